@@ -1,0 +1,155 @@
+#include "engines/PCMConverter.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <numbers>
+
+using namespace vocari;
+
+namespace {
+
+constexpr AudioFormat kStereo48k{48000, 2};
+
+// A 1 kHz sine at the given rate, split into buffers of `frames` frames, identical in every
+// channel except where `invertRight` flips the second channel.
+std::vector<AudioBuffer> sineBuffers(AudioFormat format, int count, uint32_t frames,
+                                     bool invertRight = false)
+{
+    std::vector<AudioBuffer> buffers;
+    uint64_t n = 0;
+    for (int b = 0; b < count; ++b) {
+        AudioBuffer buffer(format, frames);
+        for (uint32_t f = 0; f < frames; ++f, ++n) {
+            const float v =
+                0.5f * float(std::sin(2 * std::numbers::pi * 1000.0 * double(n) / format.sampleRate));
+            for (int c = 0; c < format.channels; ++c)
+                buffer.channelStorage(c)[f] = (invertRight && c == 1) ? -v : v;
+        }
+        buffer.setFrameLength(frames);
+        buffers.push_back(std::move(buffer));
+    }
+    return buffers;
+}
+
+std::vector<float> convertAll(PCMConverter &converter, const std::vector<AudioBuffer> &buffers)
+{
+    std::vector<float> out;
+    for (const auto &buffer : buffers) {
+        const auto converted = converter.convert(buffer);
+        EXPECT_TRUE(converted);
+        if (!converted)
+            continue;
+        EXPECT_LE(converted->frameLength(), converted->frameCapacity());
+        const auto samples = converted->channel(0);
+        out.insert(out.end(), samples.begin(), samples.end());
+    }
+    return out;
+}
+
+// Largest distance between the signal and the best-fitting 1 kHz sine over [from, to).
+double worstSineResidual(const std::vector<float> &x, size_t from, size_t to, double rate)
+{
+    const double w = 2 * std::numbers::pi * 1000.0 / rate;
+    double ss = 0, sc = 0, cc = 0, xs = 0, xc = 0;
+    for (size_t i = from; i < to; ++i) {
+        const double s = std::sin(w * double(i)), c = std::cos(w * double(i));
+        ss += s * s, sc += s * c, cc += c * c, xs += x[i] * s, xc += x[i] * c;
+    }
+    const double det = ss * cc - sc * sc;
+    const double a = (xs * cc - xc * sc) / det, b = (xc * ss - xs * sc) / det;
+    double worst = 0;
+    for (size_t i = from; i < to; ++i)
+        worst = std::max(worst, std::abs(x[i] - (a * std::sin(w * double(i)) + b * std::cos(w * double(i)))));
+    return worst;
+}
+
+} // namespace
+
+TEST(PCMConverter, CapacityIsTheRateRatioTimesTheFramesPlusHeadroom)
+{
+    EXPECT_EQ(PCMConverter::outputCapacity(kEngineFormat, kStereo48k, 4800), 1600u + 64u);
+    EXPECT_EQ(PCMConverter::outputCapacity(kEngineFormat, {44100, 1}, 2048), 743u + 64u);
+    EXPECT_EQ(PCMConverter::outputCapacity(kEngineFormat, kStereo48k, 0), 64u);
+
+    PCMConverter converter(kEngineFormat);
+    const auto out = converter.convert(sineBuffers(kStereo48k, 1, 4800)[0]);
+    ASSERT_TRUE(out);
+    EXPECT_EQ(out->frameCapacity(), 1664u);
+    EXPECT_EQ(out->format(), kEngineFormat);
+
+    const auto empty = converter.convert(AudioBuffer(kStereo48k, 0));
+    ASSERT_TRUE(empty);
+    EXPECT_EQ(empty->frameCapacity(), 64u);
+}
+
+TEST(PCMConverter, ATonePassesBufferJoinsWithoutADiscontinuity)
+{
+    // Four seconds of a 1 kHz tone at 48 kHz stereo, in the 2048-frame buffers a device
+    // delivers: the 16 kHz output must be one clean sine, with no sample lost or repeated
+    // where buffers meet.
+    PCMConverter converter(kEngineFormat);
+    const int count = 94;
+    const auto out = convertAll(converter, sineBuffers(kStereo48k, count, 2048));
+    const double expected = count * 2048 / 3.0;
+    // Only what the filter still holds (its delay, well under 64 ms) may be missing.
+    EXPECT_LE(double(out.size()), expected + 1);
+    EXPECT_GE(double(out.size()), expected - 1024);
+
+    // Skip the filter's start-up, then the signal fits one sine within a tiny error.
+    ASSERT_GT(out.size(), 1000u);
+    EXPECT_LT(worstSineResidual(out, 500, out.size(), 16000.0), 2e-3);
+    EXPECT_EQ(converter.converterBuilds(), 1);
+}
+
+TEST(PCMConverter, SeveralChannelsAreMixedDownToTheirMean)
+{
+    PCMConverter opposite(kEngineFormat);
+    const auto silent = convertAll(opposite, sineBuffers(kStereo48k, 10, 2048, true));
+    for (float s : silent)
+        ASSERT_NEAR(s, 0.0f, 1e-6);
+
+    PCMConverter stereo(kEngineFormat), mono(kEngineFormat);
+    const auto fromStereo = convertAll(stereo, sineBuffers(kStereo48k, 10, 2048));
+    const auto fromMono = convertAll(mono, sineBuffers({48000, 1}, 10, 2048));
+    ASSERT_EQ(fromStereo.size(), fromMono.size());
+    for (size_t i = 0; i < fromMono.size(); ++i)
+        ASSERT_NEAR(fromStereo[i], fromMono[i], 1e-6);
+}
+
+TEST(PCMConverter, AFormatChangeRebuildsTheConverterAndLaterBuffersReuseIt)
+{
+    PCMConverter converter(kEngineFormat);
+    convertAll(converter, sineBuffers(kStereo48k, 3, 2048));
+    EXPECT_EQ(converter.converterBuilds(), 1);
+    convertAll(converter, sineBuffers({44100, 2}, 3, 2048));
+    EXPECT_EQ(converter.converterBuilds(), 2);
+    const auto out = convertAll(converter, sineBuffers({44100, 1}, 40, 2048));
+    EXPECT_EQ(converter.converterBuilds(), 3);
+    // The rebuilt converter resamples 44.1 kHz correctly and continuously.
+    EXPECT_LT(worstSineResidual(out, 500, out.size(), 16000.0), 2e-3);
+}
+
+TEST(PCMConverter, MatchingFormatsPassThroughUnchanged)
+{
+    PCMConverter converter(kEngineFormat);
+    const auto buffers = sineBuffers(kEngineFormat, 3, 1000);
+    for (const auto &buffer : buffers) {
+        const auto out = converter.convert(buffer);
+        ASSERT_TRUE(out);
+        ASSERT_EQ(out->frameLength(), buffer.frameLength());
+        for (uint32_t i = 0; i < buffer.frameLength(); ++i)
+            ASSERT_EQ(out->channel(0)[i], buffer.channel(0)[i]);
+    }
+    EXPECT_EQ(converter.converterBuilds(), 1);
+}
+
+TEST(PCMConverter, AnUnusableFormatYieldsNothingUntilTheFormatChanges)
+{
+    PCMConverter converter(kEngineFormat);
+    EXPECT_FALSE(converter.convert(AudioBuffer({48000, 0}, 256)));
+    EXPECT_FALSE(converter.convert(AudioBuffer({48000, 0}, 256)));
+    EXPECT_EQ(converter.converterBuilds(), 1) << "a failed build is not retried for the same format";
+    EXPECT_FALSE(converter.convert(AudioBuffer({0, 1}, 256)));
+    EXPECT_TRUE(converter.convert(sineBuffers(kStereo48k, 1, 256)[0]));
+}

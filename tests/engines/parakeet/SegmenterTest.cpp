@@ -1,0 +1,271 @@
+#include "engines/parakeet/Segmenter.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+using vocari::Segmenter;
+
+namespace {
+
+constexpr int64_t kSecond = 16000;
+
+// A square wave of the given amplitude: its RMS over any whole frame is the amplitude.
+std::vector<float> tone(int64_t samples, float amplitude = 0.1f)
+{
+    std::vector<float> out(static_cast<size_t>(samples));
+    for (size_t i = 0; i < out.size(); ++i)
+        out[i] = (i / 8) % 2 ? amplitude : -amplitude;
+    return out;
+}
+
+std::vector<float> silence(int64_t samples)
+{
+    return std::vector<float>(size_t(samples), 0.0f);
+}
+
+struct Recorder
+{
+    std::vector<std::vector<float>> segments;
+    Segmenter segmenter;
+
+    explicit Recorder(bool eager = false)
+        : segmenter(eager, [this](std::vector<float> s) { segments.push_back(std::move(s)); })
+    {
+    }
+    void feed(const std::vector<float> &samples) { segmenter.append(samples); }
+};
+
+// The frame's RMS computed as the segmenter does: squares summed in single precision.
+float frameRms(const std::vector<float> &frame)
+{
+    float sum = 0.0f;
+    for (float x : frame)
+        sum += x * x;
+    return std::sqrt(sum / float(frame.size()));
+}
+
+} // namespace
+
+TEST(Segmenter, SilenceNeverEmitsAndKeepsOnlyThePreRoll)
+{
+    Recorder r;
+    for (int i = 0; i < 200; ++i) {
+        r.feed(silence(1000));
+        ASSERT_LE(r.segmenter.bufferedSamples(), Segmenter::preRoll);
+    }
+    EXPECT_EQ(r.segmenter.bufferedSamples(), Segmenter::preRoll);
+    r.segmenter.flush();
+    EXPECT_TRUE(r.segments.empty());
+    EXPECT_EQ(r.segmenter.bufferedSamples(), 0);
+    EXPECT_EQ(r.segmenter.cuts(), 1); // the flush cuts, and discards the pre-roll
+}
+
+TEST(Segmenter, PhraseStartsWithThePreRollBeforeItsFirstSpeech)
+{
+    Recorder r;
+    std::vector<float> before(static_cast<size_t>(kSecond));
+    for (size_t i = 0; i < before.size(); ++i)
+        before[i] = i % 2 ? 0.001f : -0.001f; // quiet, but recognisable
+    r.feed(before);
+    r.feed(tone(kSecond));
+    r.segmenter.flush();
+
+    ASSERT_EQ(r.segments.size(), 1u);
+    const auto &s = r.segments[0];
+    ASSERT_EQ(int64_t(s.size()), Segmenter::preRoll + kSecond);
+    // The pre-roll is the last 0.3 s of the quiet audio, in order.
+    EXPECT_FLOAT_EQ(s[0], before[before.size() - size_t(Segmenter::preRoll)]);
+    EXPECT_FLOAT_EQ(s[size_t(Segmenter::preRoll) - 1], before.back());
+    EXPECT_FLOAT_EQ(std::abs(s[size_t(Segmenter::preRoll)]), 0.1f);
+}
+
+TEST(Segmenter, APauseCutsOnlyOnceTheSoftLimitIsReached)
+{
+    // 0.3 s before, 1.2 s of speech, then a 0.4 s pause: 1.9 s in all.
+    const auto phrase = [](Recorder &r) {
+        r.feed(silence(Segmenter::preRoll));
+        r.feed(tone(19200));
+        r.feed(silence(Segmenter::pauseToCut));
+    };
+
+    Recorder normal(false);
+    phrase(normal);
+    EXPECT_TRUE(normal.segments.empty()) << "1.9 s is below the 3 s soft limit";
+    EXPECT_EQ(normal.segmenter.cuts(), 0);
+
+    Recorder eager(true);
+    phrase(eager);
+    ASSERT_EQ(eager.segments.size(), 1u) << "1.9 s is above the eager 1.5 s soft limit";
+    // The pause is trimmed to the kept tail.
+    EXPECT_EQ(int64_t(eager.segments[0].size()), Segmenter::preRoll + 19200 + Segmenter::keepTail);
+
+    // One frame less of pause is not yet a pause.
+    Recorder almost(true);
+    almost.feed(silence(Segmenter::preRoll));
+    almost.feed(tone(19200));
+    almost.feed(silence(Segmenter::pauseToCut - Segmenter::frame));
+    EXPECT_TRUE(almost.segments.empty());
+}
+
+TEST(Segmenter, LongSilenceAfterShortSpeechCutsAtTheSoftLimitKeepingTheTail)
+{
+    Recorder r;
+    r.feed(silence(kSecond));
+    r.feed(tone(kSecond));
+    int silentFrames = 0;
+    while (r.segments.empty() && silentFrames < 1000) {
+        r.feed(silence(Segmenter::frame));
+        ++silentFrames;
+    }
+    // The cut comes when pre-roll + speech + silence reach 48000 samples.
+    EXPECT_EQ(Segmenter::preRoll + kSecond + silentFrames * Segmenter::frame,
+              Segmenter::softLimitNormal);
+    ASSERT_EQ(r.segments.size(), 1u);
+    const auto &s = r.segments[0];
+    EXPECT_EQ(int64_t(s.size()), Segmenter::preRoll + kSecond + Segmenter::keepTail);
+    EXPECT_FLOAT_EQ(std::abs(s[size_t(Segmenter::preRoll + kSecond) - 1]), 0.1f);
+    EXPECT_EQ(s.back(), 0.0f);
+}
+
+TEST(Segmenter, ContinuousSpeechIsCutAtTheHardLimitWithoutTrimming)
+{
+    Recorder r;
+    const auto speech = tone(30 * kSecond);
+    for (size_t at = 0; at < speech.size(); at += 2048)
+        r.feed(std::vector<float>(speech.begin() + std::ptrdiff_t(at),
+                                  speech.begin() + std::ptrdiff_t(std::min(at + 2048, speech.size()))));
+    ASSERT_EQ(r.segments.size(), 2u);
+    EXPECT_EQ(int64_t(r.segments[0].size()), Segmenter::hardLimit);
+    EXPECT_EQ(int64_t(r.segments[1].size()), Segmenter::hardLimit);
+    r.segmenter.flush();
+    ASSERT_EQ(r.segments.size(), 3u);
+    EXPECT_EQ(int64_t(r.segments[2].size()), 30 * kSecond - 2 * Segmenter::hardLimit);
+    EXPECT_EQ(r.segmenter.cuts(), 3);
+}
+
+TEST(Segmenter, TooLittleSpeechIsDiscardedButStillCounted)
+{
+    // A click of two frames at the very start, then silence until the soft limit cuts.
+    Recorder r;
+    r.feed(tone(2 * Segmenter::frame));
+    r.feed(silence(2 * Segmenter::softLimitNormal));
+    EXPECT_TRUE(r.segments.empty());
+    EXPECT_EQ(r.segmenter.cuts(), 1);
+
+    // The pre-roll counts as voiced audio, so the same click after 0.3 s of quiet survives.
+    Recorder enough;
+    enough.feed(silence(Segmenter::preRoll));
+    enough.feed(tone(Segmenter::frame));
+    enough.segmenter.flush();
+    EXPECT_EQ(enough.segments.size(), 1u);
+}
+
+TEST(Segmenter, PartialFramesWaitForTheirRest)
+{
+    Recorder r;
+    r.feed(tone(100));
+    EXPECT_EQ(r.segmenter.bufferedSamples(), 0);
+    r.feed(tone(219));
+    EXPECT_EQ(r.segmenter.bufferedSamples(), 0);
+    r.feed(tone(1));
+    EXPECT_EQ(r.segmenter.bufferedSamples(), Segmenter::frame);
+}
+
+TEST(Segmenter, FlushAddsTheRemainderAndTrimsFromTheVeryEnd)
+{
+    // A short pause: all of it is kept.
+    Recorder shortPause;
+    shortPause.feed(tone(kSecond));
+    shortPause.feed(silence(1600));
+    shortPause.segmenter.flush();
+    ASSERT_EQ(shortPause.segments.size(), 1u);
+    EXPECT_EQ(int64_t(shortPause.segments[0].size()), kSecond + 1600);
+
+    // A long pause plus an unanalysed remainder: the drop counts only analysed silence,
+    // so the remainder stays as part of the tail.
+    Recorder longPause;
+    longPause.feed(silence(Segmenter::preRoll));
+    longPause.feed(tone(kSecond));
+    longPause.feed(silence(8000 + 100));
+    longPause.segmenter.flush();
+    ASSERT_EQ(longPause.segments.size(), 1u);
+    EXPECT_EQ(int64_t(longPause.segments[0].size()),
+              Segmenter::preRoll + kSecond + 8000 + 100 - (8000 - Segmenter::keepTail));
+}
+
+TEST(Segmenter, TheNoiseFloorAdaptsToAQuietRoomDownToTheMinimumThreshold)
+{
+    // 0.007 is below the starting threshold of 0.01 ...
+    Recorder fresh;
+    fresh.feed(tone(kSecond, 0.007f));
+    fresh.segmenter.flush();
+    EXPECT_TRUE(fresh.segments.empty());
+
+    // ... but after two seconds of a very quiet room the threshold has fallen to 0.006.
+    Recorder quiet;
+    quiet.feed(tone(2 * kSecond, 0.0005f));
+    EXPECT_LT(quiet.segmenter.noiseFloor(), 0.0024f);
+    quiet.feed(tone(kSecond, 0.007f));
+    quiet.segmenter.flush();
+    EXPECT_EQ(quiet.segments.size(), 1u);
+
+    // Speech leaves the floor alone; silence pulls it towards its own level.
+    Recorder loud;
+    loud.feed(tone(kSecond, 0.5f));
+    EXPECT_FLOAT_EQ(loud.segmenter.noiseFloor(), Segmenter::initialNoiseFloor);
+}
+
+TEST(Segmenter, AnRmsEqualToTheThresholdIsSilence)
+{
+    const float threshold = std::max(Segmenter::initialNoiseFloor * 2.5f, Segmenter::minimumThreshold);
+    // A frame of a few equal samples and silence whose RMS lands exactly on the threshold:
+    // search the count of loud samples and their value, ulp by ulp.
+    std::vector<float> frame(size_t(Segmenter::frame), 0.0f);
+    for (size_t loud = 1; loud <= 64 && frameRms(frame) != threshold; ++loud) {
+        float value = threshold * std::sqrt(float(Segmenter::frame) / float(loud)) * 0.9995f;
+        for (int step = 0; step < 8000; ++step, value = std::nextafter(value, 1.0f)) {
+            std::fill(frame.begin(), frame.begin() + std::ptrdiff_t(loud), value);
+            if (frameRms(frame) == threshold)
+                break;
+        }
+    }
+    ASSERT_EQ(frameRms(frame), threshold);
+
+    Recorder equal;
+    equal.feed(frame);
+    EXPECT_FLOAT_EQ(equal.segmenter.noiseFloor(),
+                    Segmenter::initialNoiseFloor * 0.95f + threshold * 0.05f)
+        << "a silent frame updates the floor";
+
+    frame[0] *= 1.01f;
+    Recorder above;
+    above.feed(frame);
+    EXPECT_EQ(above.segmenter.noiseFloor(), Segmenter::initialNoiseFloor)
+        << "a speech frame leaves the floor as it was";
+}
+
+TEST(Segmenter, EmitsFromWhicheverThreadCuts)
+{
+    std::mutex lock;
+    std::vector<size_t> sizes;
+    Segmenter segmenter(true, [&](std::vector<float> s) {
+        std::lock_guard guard(lock);
+        sizes.push_back(s.size());
+    });
+    std::thread audio([&] {
+        for (int phrase = 0; phrase < 20; ++phrase) {
+            segmenter.append(tone(kSecond * 2));
+            segmenter.append(silence(kSecond / 2));
+        }
+    });
+    audio.join();
+    std::thread finisher([&] { segmenter.flush(); });
+    finisher.join();
+    std::lock_guard guard(lock);
+    EXPECT_EQ(sizes.size(), 20u);
+    EXPECT_EQ(segmenter.cuts(), 21);
+}

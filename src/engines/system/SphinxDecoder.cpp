@@ -1,0 +1,108 @@
+#include "engines/system/SphinxDecoder.h"
+
+#include <QFile>
+#include <QLoggingCategory>
+#include <cstdarg>
+#include <cstdio>
+#include <mutex>
+#include <pocketsphinx.h>
+#include <sphinxbase/err.h>
+
+namespace vocari {
+
+Q_LOGGING_CATEGORY(lcSphinx, "vocari.engine.system", QtInfoMsg)
+
+namespace {
+
+// PocketSphinx logs its whole configuration and every loading step. Its informational lines
+// are dropped; its errors go to our own category so that a broken model can still be traced.
+void forwardDecoderMessage(void *, err_lvl_t level, const char *format, ...)
+{
+    if (level < ERR_ERROR)
+        return;
+    char line[512];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(line, sizeof line, format, args);
+    va_end(args);
+    qCWarning(lcSphinx, "PocketSphinx: %s", qPrintable(QString::fromUtf8(line).trimmed()));
+}
+
+// The library's log settings are process-wide, so they are set once, before any decoder.
+void quietDecoderLog()
+{
+    static std::once_flag once;
+    std::call_once(once, [] {
+        err_set_logfp(nullptr);
+        err_set_callback(forwardDecoderMessage, nullptr);
+    });
+}
+
+} // namespace
+
+std::unique_ptr<SphinxDecoder> SphinxDecoder::load(const SphinxModel &model, QString *error)
+{
+    quietDecoderLog();
+    const QByteArray hmm = QFile::encodeName(model.acousticModel);
+    const QByteArray lm = QFile::encodeName(model.languageModel);
+    const QByteArray dict = QFile::encodeName(model.dictionary);
+    cmd_ln_t *config = cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", hmm.constData(), "-lm",
+                                   lm.constData(), "-dict", dict.constData(), nullptr);
+    ps_decoder_t *decoder = config ? ps_init(config) : nullptr;
+    // The decoder keeps its own reference to the configuration.
+    if (config)
+        cmd_ln_free_r(config);
+    if (!decoder) {
+        if (error)
+            *error = QStringLiteral("The speech model for this language could not be loaded.");
+        qCWarning(lcSphinx) << "Could not load the model in" << model.acousticModel;
+        return nullptr;
+    }
+    return std::unique_ptr<SphinxDecoder>(new SphinxDecoder(decoder));
+}
+
+SphinxDecoder::SphinxDecoder(ps_decoder_s *decoder) : m_decoder(decoder) {}
+
+SphinxDecoder::~SphinxDecoder()
+{
+    ps_free(m_decoder);
+}
+
+bool SphinxDecoder::knowsWord(const QString &word) const
+{
+    const QByteArray key = word.toLower().toUtf8();
+    char *pronunciation = ps_lookup_word(m_decoder, key.constData());
+    const bool known = pronunciation != nullptr;
+    ckd_free(pronunciation);
+    return known;
+}
+
+bool SphinxDecoder::startUtterance()
+{
+    return ps_start_utt(m_decoder) >= 0;
+}
+
+bool SphinxDecoder::process(std::span<const int16_t> samples)
+{
+    if (samples.empty())
+        return true;
+    return ps_process_raw(m_decoder, samples.data(), samples.size(), FALSE, FALSE) >= 0;
+}
+
+bool SphinxDecoder::inSpeech() const
+{
+    return ps_get_in_speech(m_decoder) != 0;
+}
+
+QString SphinxDecoder::hypothesis() const
+{
+    const char *words = ps_get_hyp(m_decoder, nullptr);
+    return words ? QString::fromUtf8(words).simplified() : QString();
+}
+
+bool SphinxDecoder::endUtterance()
+{
+    return ps_end_utt(m_decoder) >= 0;
+}
+
+} // namespace vocari

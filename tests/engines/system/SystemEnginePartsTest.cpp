@@ -1,0 +1,234 @@
+#include "engines/system/DeliveryGate.h"
+#include "engines/system/ResultRelay.h"
+#include "engines/system/SampleQueue.h"
+#include "engines/system/SphinxModel.h"
+#include "engines/system/VocabularySpelling.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <gtest/gtest.h>
+#include <thread>
+
+using namespace vocari;
+
+namespace {
+
+void writeFile(const QString &path, const QByteArray &content)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly)) << qPrintable(path);
+    file.write(content);
+}
+
+// A model folder with files that carry the right signatures; the finder reads no further.
+void makeModel(const QString &folder, const QString &code, bool damagedAcousticModel = false)
+{
+    const QString hmm = folder + QLatin1Char('/') + code;
+    writeFile(hmm + QStringLiteral("/mdef"), damagedAcousticModel ? "garbage" : "BMDF\1\0\0\0");
+    for (const char *name : {"means", "variances", "transition_matrices"})
+        writeFile(hmm + QLatin1Char('/') + QLatin1String(name), "s3\nversion 1.0\n");
+    writeFile(folder + QStringLiteral("/%1.lm.bin").arg(code), "lm");
+    writeFile(folder + QStringLiteral("/%1-phone.lm.bin").arg(code), "phones");
+    writeFile(folder + QStringLiteral("/cmudict-%1.dict").arg(code), "hello HH AH L OW\n");
+}
+
+} // namespace
+
+TEST(SphinxModelFinder, NamesFoldersForALocale)
+{
+    using SphinxModelFinder::candidateCodes;
+    EXPECT_EQ(candidateCodes(QStringLiteral("en-GB")), QStringList({"en-gb", "en", "en-us"}));
+    EXPECT_EQ(candidateCodes(QStringLiteral("en-US")), QStringList({"en-us", "en"}));
+    EXPECT_EQ(candidateCodes(QStringLiteral("de_DE.UTF-8")), QStringList({"de-de", "de"}));
+    EXPECT_EQ(candidateCodes(QStringLiteral("fr")), QStringList({"fr"}));
+    EXPECT_TRUE(candidateCodes(QString()).isEmpty());
+    EXPECT_TRUE(candidateCodes(QStringLiteral("../../etc")).isEmpty());
+    EXPECT_TRUE(candidateCodes(QStringLiteral("de/DE")).isEmpty());
+}
+
+TEST(SphinxModelFinder, PrefersTheUsersFolderAndTheWholeLocale)
+{
+    QTemporaryDir user;
+    QTemporaryDir system;
+    makeModel(system.filePath(QStringLiteral("de-de")), QStringLiteral("de-de"));
+    makeModel(system.filePath(QStringLiteral("de")), QStringLiteral("de"));
+    makeModel(user.filePath(QStringLiteral("de")), QStringLiteral("de"));
+    const QStringList roots{user.path(), system.path()};
+
+    auto model = SphinxModelFinder::find(QStringLiteral("de-DE"), roots);
+    ASSERT_TRUE(model);
+    EXPECT_EQ(model->acousticModel, system.filePath(QStringLiteral("de-de/de-de")));
+    // The word model and the dictionary, never the phone-loop model beside them.
+    EXPECT_EQ(model->languageModel, system.filePath(QStringLiteral("de-de/de-de.lm.bin")));
+    EXPECT_EQ(model->dictionary, system.filePath(QStringLiteral("de-de/cmudict-de-de.dict")));
+
+    model = SphinxModelFinder::find(QStringLiteral("de-AT"), roots);
+    ASSERT_TRUE(model);
+    EXPECT_EQ(model->acousticModel, user.filePath(QStringLiteral("de/de")));
+
+    EXPECT_FALSE(SphinxModelFinder::find(QStringLiteral("fr-FR"), roots));
+    EXPECT_FALSE(SphinxModelFinder::find(QStringLiteral("de-DE"), {}));
+}
+
+TEST(SphinxModelFinder, SkipsIncompleteAndDamagedFolders)
+{
+    QTemporaryDir user;
+    QTemporaryDir system;
+    makeModel(user.filePath(QStringLiteral("it-it")), QStringLiteral("it-it"), true);
+    makeModel(system.filePath(QStringLiteral("it-it")), QStringLiteral("it-it"));
+    makeModel(user.filePath(QStringLiteral("es")), QStringLiteral("es"));
+    QFile::remove(user.filePath(QStringLiteral("es/cmudict-es.dict")));
+
+    const auto model =
+        SphinxModelFinder::find(QStringLiteral("it-IT"), {user.path(), system.path()});
+    ASSERT_TRUE(model);
+    EXPECT_TRUE(model->acousticModel.startsWith(system.path()));
+    EXPECT_FALSE(SphinxModelFinder::find(QStringLiteral("es-ES"), {user.path(), system.path()}));
+}
+
+TEST(SphinxModelFinder, FindsDebiansEnglishModelForEveryEnglishLocale)
+{
+    QTemporaryDir emptyUserData;
+    qputenv("XDG_DATA_HOME", emptyUserData.path().toLocal8Bit());
+    for (const char *locale : {"en-US", "en-GB", "en"}) {
+        const auto model = SphinxModelFinder::find(QLatin1String(locale));
+        ASSERT_TRUE(model) << locale;
+        EXPECT_EQ(model->acousticModel,
+                  QStringLiteral("/usr/share/pocketsphinx/model/en-us/en-us"));
+        EXPECT_EQ(model->languageModel,
+                  QStringLiteral("/usr/share/pocketsphinx/model/en-us/en-us.lm.bin"));
+        EXPECT_EQ(model->dictionary,
+                  QStringLiteral("/usr/share/pocketsphinx/model/en-us/cmudict-en-us.dict"));
+    }
+    EXPECT_FALSE(SphinxModelFinder::find(QStringLiteral("xx-YY")));
+    qunsetenv("XDG_DATA_HOME");
+}
+
+TEST(VocabularySpelling, WritesTermsAsTheUserSpellsThem)
+{
+    const VocabularySpelling spelling(
+        {"GitHub", " New  York ", "New York City", "", "Qt", "iPhone"});
+    EXPECT_EQ(spelling.apply(QStringLiteral("push it to github today")),
+              QStringLiteral("push it to GitHub today"));
+    EXPECT_EQ(spelling.apply(QStringLiteral("new york city is not new york state")),
+              QStringLiteral("New York City is not New York state"));
+    // Whole words only.
+    EXPECT_EQ(spelling.apply(QStringLiteral("githubs and iphones")),
+              QStringLiteral("githubs and iphones"));
+    EXPECT_EQ(spelling.apply(QStringLiteral("new")), QStringLiteral("new"));
+    EXPECT_EQ(spelling.apply(QString()), QString());
+
+    const VocabularySpelling none;
+    EXPECT_TRUE(none.isEmpty());
+    EXPECT_EQ(none.apply(QStringLiteral("github")), QStringLiteral("github"));
+}
+
+TEST(ResultRelay, TurnsResultsIntoTextAndPhrases)
+{
+    QStringList texts;
+    QStringList commits;
+    ResultRelay relay([&](const QString &t) { texts << t; },
+                      [&](const QString &t) { commits << t; });
+
+    relay.apply(QStringLiteral("hello"), false);
+    relay.apply(QStringLiteral("hello world"), true);
+    EXPECT_EQ(texts, QStringList({"hello", "hello world "}));
+    EXPECT_EQ(commits, QStringList({"hello world"}));
+
+    // A blank final result changes the text but is no phrase.
+    relay.apply(QStringLiteral(" \n "), true);
+    EXPECT_EQ(texts.size(), 3);
+    EXPECT_EQ(texts.last(), QStringLiteral("hello world  \n  "));
+    EXPECT_EQ(commits.size(), 1);
+
+    relay.apply(QStringLiteral("  over there "), false);
+    EXPECT_EQ(relay.text(), QStringLiteral("hello world  \n    over there"));
+    relay.apply(QStringLiteral(" again "), true);
+    EXPECT_EQ(commits.last(), QStringLiteral("again"));
+}
+
+TEST(DeliveryGate, ClosingWaitsForCallsInFlightAndRefusesLaterOnes)
+{
+    DeliveryGate gate;
+    int calls = 0;
+    EXPECT_TRUE(gate.run([&] { ++calls; }));
+    EXPECT_EQ(calls, 1);
+
+    // A call in progress on another thread: close() returns only once it has ended.
+    std::promise<void> entered;
+    std::atomic<bool> callEnded{false};
+    std::thread caller([&] {
+        gate.run([&] {
+            entered.set_value();
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            callEnded = true;
+        });
+    });
+    entered.get_future().wait();
+    gate.close();
+    EXPECT_TRUE(callEnded);
+    caller.join();
+
+    EXPECT_TRUE(gate.isClosed());
+    EXPECT_FALSE(gate.run([&] { ++calls; }));
+    EXPECT_EQ(calls, 1);
+}
+
+TEST(DeliveryGate, ClosingFromInsideACallDoesNotWaitForItself)
+{
+    DeliveryGate gate;
+    bool ranAfterClose = false;
+    std::thread caller([&] {
+        gate.run([&] {
+            gate.close();
+            ranAfterClose = gate.run([] {});
+        });
+    });
+    caller.join();
+    EXPECT_TRUE(gate.isClosed());
+    EXPECT_FALSE(ranAfterClose);
+}
+
+TEST(SampleQueue, DeliversInOrderDrainsOnCloseAndDropsOnAbort)
+{
+    SampleQueue queue;
+    EXPECT_TRUE(queue.push({1, 2}));
+    EXPECT_TRUE(queue.push({3}));
+    queue.close();
+    EXPECT_FALSE(queue.push({4}));
+    EXPECT_EQ(queue.pop(), SampleQueue::Block({1, 2}));
+    EXPECT_EQ(queue.pop(), SampleQueue::Block({3}));
+    EXPECT_EQ(queue.pop(), std::nullopt);
+
+    SampleQueue aborted;
+    aborted.push({5});
+    aborted.abort();
+    EXPECT_TRUE(aborted.isAborted());
+    EXPECT_EQ(aborted.pop(), std::nullopt);
+    EXPECT_FALSE(aborted.push({6}));
+}
+
+TEST(SampleQueue, WakesAWaitingConsumer)
+{
+    SampleQueue queue;
+    auto consumer = std::async(std::launch::async, [&] {
+        std::vector<SampleQueue::Block> blocks;
+        while (auto block = queue.pop())
+            blocks.push_back(std::move(*block));
+        return blocks;
+    });
+    queue.push({7});
+    queue.push({8, 9});
+    queue.close();
+    EXPECT_EQ(consumer.get(), std::vector<SampleQueue::Block>({{7}, {8, 9}}));
+
+    SampleQueue stalled;
+    auto waiting = std::async(std::launch::async, [&] { return stalled.pop(); });
+    stalled.abort();
+    EXPECT_EQ(waiting.get(), std::nullopt);
+}

@@ -1,0 +1,356 @@
+#include "engines/system/SystemTranscriber.h"
+
+#include "engines/WavFile.h"
+
+#include <QCoro/QCoroTask>
+#include <QDir>
+#include <QFile>
+#include <QLoggingCategory>
+#include <QSet>
+#include <QTemporaryDir>
+#include <chrono>
+#include <condition_variable>
+#include <gtest/gtest.h>
+#include <mutex>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace vocari;
+
+namespace {
+
+const QString kUnavailable = QStringLiteral("Speech recognition is unavailable for this language.");
+const QString kOrder = QStringLiteral("I would like to order a large pizza with extra cheese.");
+const QString kProject = QStringLiteral("We need more time to finish the project.");
+
+// Runs a tool to completion. A plain fork and exec rather than QProcess: QProcess starts
+// children with a vfork-like clone that ThreadSanitizer cannot follow, which then reports
+// races that do not exist.
+bool runTool(const char *program, const QStringList &arguments)
+{
+    std::vector<QByteArray> storage{QByteArray(program)};
+    for (const QString &argument : arguments)
+        storage.push_back(argument.toLocal8Bit());
+    std::vector<char *> argv;
+    argv.reserve(storage.size() + 1);
+    for (QByteArray &argument : storage)
+        argv.push_back(argument.data());
+    argv.push_back(nullptr);
+
+    const pid_t child = fork();
+    if (child == 0) {
+        execvp(program, argv.data());
+        _exit(127);
+    }
+    int status = 0;
+    if (child < 0 || waitpid(child, &status, 0) != child || !WIFEXITED(status) ||
+        WEXITSTATUS(status) != 0) {
+        ADD_FAILURE() << program << " failed (status " << status << ")";
+        return false;
+    }
+    return true;
+}
+
+// Speech made on the spot: espeak-ng reads the SSML text, sox brings it to the rate and
+// channel count asked for and applies any further effects.
+std::optional<WavAudio> speak(const QString &ssml, AudioFormat format,
+                              const QStringList &effects = {})
+{
+    QTemporaryDir dir;
+    const QString voice = dir.filePath(QStringLiteral("voice.wav"));
+    const QString shaped = dir.filePath(QStringLiteral("shaped.wav"));
+    if (!runTool("espeak-ng", {"-m", "-v", "en-us+m1", "-s", "130", "-w", voice,
+                               QStringLiteral("<speak>%1</speak>").arg(ssml)}))
+        return std::nullopt;
+    QStringList soxArguments{
+        voice, "-r", QString::number(format.sampleRate), "-c", QString::number(format.channels),
+        shaped};
+    if (!runTool("sox", soxArguments + effects))
+        return std::nullopt;
+    QString error;
+    auto audio = WavFile::read(shaped, &error);
+    if (!audio)
+        ADD_FAILURE() << qPrintable(error);
+    return audio;
+}
+
+// A second of silence after the last word, so that the decoder sees the utterance end.
+const QStringList kTrailingSilence{"pad", "0", "1"};
+// No silence at all after the last word.
+const QStringList kNoTrailingSilence{"reverse", "silence", "1", "0.01", "0.1%", "reverse"};
+
+void feedAll(Transcriber &transcriber, const WavAudio &audio, uint32_t framesPerBuffer)
+{
+    for (uint32_t first = 0; first < audio.frames(); first += framesPerBuffer)
+        transcriber.feed(audio.slice(first, framesPerBuffer));
+}
+
+// The distinct words of four letters or more that the text shares with what was said.
+int sharedWords(const QString &text, const QString &said)
+{
+    const auto words = [](const QString &s) {
+        QSet<QString> set;
+        for (const QString &word : s.toLower().remove(QLatin1Char('.')).split(QLatin1Char(' '))) {
+            if (word.size() >= 4)
+                set.insert(word);
+        }
+        return set;
+    };
+    return int(words(text).intersect(words(said)).size());
+}
+
+// Everything a transcriber reports, in order, from whichever thread reports it.
+class Recorder
+{
+public:
+    enum Kind
+    {
+        Text,
+        Commit,
+        Status,
+        Mark
+    };
+    struct Event
+    {
+        Kind kind;
+        QString text;
+    };
+
+    void attach(Transcriber &transcriber)
+    {
+        transcriber.setOnText([this](const QString &t) { add(Text, t); });
+        transcriber.setOnCommit([this](const QString &t) { add(Commit, t); });
+        transcriber.setOnStatus([this](const QString &t) { add(Status, t); });
+    }
+
+    void add(Kind kind, const QString &text)
+    {
+        {
+            std::lock_guard lock(m_lock);
+            m_events.push_back({kind, text});
+        }
+        m_changed.notify_all();
+    }
+
+    std::vector<Event> events() const
+    {
+        std::lock_guard lock(m_lock);
+        return m_events;
+    }
+
+    QStringList texts(Kind kind) const
+    {
+        QStringList list;
+        for (const auto &event : events()) {
+            if (event.kind == kind)
+                list << event.text;
+        }
+        return list;
+    }
+
+    // Waits (generously, for slow sanitizer builds) until an event of the kind has arrived.
+    bool waitFor(Kind kind)
+    {
+        std::unique_lock lock(m_lock);
+        return m_changed.wait_for(lock, std::chrono::minutes(2), [&] {
+            return std::any_of(m_events.begin(), m_events.end(),
+                               [&](const Event &event) { return event.kind == kind; });
+        });
+    }
+
+private:
+    mutable std::mutex m_lock;
+    std::condition_variable m_changed;
+    std::vector<Event> m_events;
+};
+
+// The message prepare() threw, if it threw one.
+std::optional<QString> prepareError(Transcriber &transcriber)
+{
+    return QCoro::waitFor([&]() -> QCoro::Task<std::optional<QString>> {
+        try {
+            co_await transcriber.prepare();
+        } catch (const TranscriberError &error) {
+            co_return error.message();
+        }
+        co_return std::nullopt;
+    }());
+}
+
+QString finish(Transcriber &transcriber)
+{
+    return QCoro::waitFor(transcriber.finish());
+}
+
+} // namespace
+
+TEST(SystemTranscriber, ShowsProvisionalTextThenCommitsEachPhrase)
+{
+    const auto audio = speak(kOrder, kEngineFormat, kTrailingSilence);
+    ASSERT_TRUE(audio);
+    SystemTranscriber transcriber(QStringLiteral("en-US"), {"Extra Cheese", "Kubernetes"});
+    Recorder recorder;
+    recorder.attach(transcriber);
+    ASSERT_EQ(prepareError(transcriber), std::nullopt);
+    feedAll(transcriber, *audio, 1600);
+    const QString text = finish(transcriber);
+
+    EXPECT_GE(sharedWords(text, kOrder), 3) << qPrintable(text);
+    EXPECT_EQ(text, text.trimmed());
+    EXPECT_FALSE(transcriber.failure());
+
+    const auto events = recorder.events();
+    const auto firstCommit = std::find_if(events.begin(), events.end(),
+                                          [](const auto &e) { return e.kind == Recorder::Commit; });
+    ASSERT_NE(firstCommit, events.end());
+    // Provisional text (never ending in the space that follows a final phrase) came first.
+    EXPECT_TRUE(std::any_of(events.begin(), firstCommit, [](const auto &e) {
+        return e.kind == Recorder::Text && !e.text.isEmpty() && !e.text.endsWith(QLatin1Char(' '));
+    }));
+    const QStringList commits = recorder.texts(Recorder::Commit);
+    EXPECT_EQ(commits.join(QLatin1Char(' ')), text);
+    EXPECT_EQ(recorder.texts(Recorder::Text).last().trimmed(), text);
+    for (const QString &commit : commits)
+        EXPECT_EQ(commit, commit.trimmed());
+    // The decoder writes in lower case; the vocabulary's spelling wins.
+    EXPECT_FALSE(text.contains(QLatin1String("extra cheese"))) << qPrintable(text);
+}
+
+TEST(SystemTranscriber, AcceptsAnyCaptureFormat)
+{
+    struct Case
+    {
+        AudioFormat format;
+        uint32_t framesPerBuffer;
+    };
+    for (const Case c : {Case{{44100, 2}, 4410}, Case{{22050, 1}, 1000}, Case{{48000, 1}, 480}}) {
+        const auto audio = speak(kOrder, c.format, kTrailingSilence);
+        ASSERT_TRUE(audio);
+        ASSERT_EQ(audio->format, c.format);
+        SystemTranscriber transcriber(QStringLiteral("en-GB"), {});
+        Recorder recorder;
+        recorder.attach(transcriber);
+        ASSERT_EQ(prepareError(transcriber), std::nullopt);
+        feedAll(transcriber, *audio, c.framesPerBuffer);
+        const QString text = finish(transcriber);
+        EXPECT_GE(sharedWords(text, kOrder), 3)
+            << c.format.sampleRate << " Hz: " << qPrintable(text);
+        EXPECT_FALSE(recorder.texts(Recorder::Commit).isEmpty()) << c.format.sampleRate;
+    }
+}
+
+TEST(SystemTranscriber, FinishFinalisesWhatIsStillBeingSaid)
+{
+    // Two sentences with a pause between them, the second cut off right after its last word:
+    // only the pause ends an utterance by itself, so the second phrase is still open when the
+    // audio ends and finish() must make it final.
+    const auto audio = speak(kOrder + QStringLiteral(" <break time=\"1500ms\"/> ") + kProject,
+                             kEngineFormat, kNoTrailingSilence);
+    ASSERT_TRUE(audio);
+    SystemTranscriber transcriber(QStringLiteral("en-US"), {});
+    Recorder recorder;
+    recorder.attach(transcriber);
+    ASSERT_EQ(prepareError(transcriber), std::nullopt);
+    feedAll(transcriber, *audio, 800);
+    const QString text = finish(transcriber);
+
+    const QStringList commits = recorder.texts(Recorder::Commit);
+    ASSERT_GE(commits.size(), 2) << qPrintable(text);
+    EXPECT_GE(sharedWords(commits.first(), kOrder), 3) << qPrintable(commits.first());
+    EXPECT_GE(sharedWords(commits.last(), kProject), 1) << qPrintable(commits.last());
+    EXPECT_EQ(text, commits.join(QLatin1Char(' ')));
+    EXPECT_EQ(recorder.texts(Recorder::Text).last().trimmed(), text);
+
+    // Finishing again, or feeding after the end, changes nothing.
+    const auto eventCount = recorder.events().size();
+    feedAll(transcriber, *audio, 1600);
+    EXPECT_EQ(finish(transcriber), text);
+    EXPECT_EQ(recorder.events().size(), eventCount);
+}
+
+TEST(SystemTranscriber, CancelDeliversNothingFurther)
+{
+    const auto audio = speak(kOrder + QStringLiteral(" <break time=\"1s\"/> ") + kProject,
+                             kEngineFormat, kTrailingSilence);
+    ASSERT_TRUE(audio);
+
+    // Cancelled from outside while the decoder still has most of the audio ahead of it.
+    auto transcriber = std::make_unique<SystemTranscriber>(QStringLiteral("en-US"), QStringList());
+    Recorder recorder;
+    recorder.attach(*transcriber);
+    ASSERT_EQ(prepareError(*transcriber), std::nullopt);
+    feedAll(*transcriber, *audio, 1600);
+    ASSERT_TRUE(recorder.waitFor(Recorder::Text));
+    transcriber->cancel();
+    const auto deliveredBeforeCancel = recorder.events().size();
+    feedAll(*transcriber, *audio, 1600);
+    finish(*transcriber);
+    transcriber.reset(); // joins the decoding thread: anything it would still send is sent now
+    EXPECT_EQ(recorder.events().size(), deliveredBeforeCancel);
+    EXPECT_TRUE(recorder.texts(Recorder::Commit).isEmpty());
+
+    // Cancelled from inside its own first callback, on the decoding thread.
+    auto selfCancelled =
+        std::make_unique<SystemTranscriber>(QStringLiteral("en-US"), QStringList());
+    Recorder inner;
+    inner.attach(*selfCancelled);
+    selfCancelled->setOnText([&](const QString &text) {
+        inner.add(Recorder::Text, text);
+        selfCancelled->cancel();
+    });
+    ASSERT_EQ(prepareError(*selfCancelled), std::nullopt);
+    feedAll(*selfCancelled, *audio, 1600);
+    finish(*selfCancelled);
+    selfCancelled.reset();
+    // Only the callback that cancelled; a slow model load may have sent a status line before.
+    EXPECT_EQ(inner.texts(Recorder::Text).size(), 1);
+    EXPECT_TRUE(inner.texts(Recorder::Commit).isEmpty());
+}
+
+TEST(SystemTranscriber, ReportsLanguagesWithoutAModel)
+{
+    QTemporaryDir emptyRoot;
+    const std::vector<std::pair<QString, QStringList>> cases{
+        {QStringLiteral("xx-YY"), SphinxModelFinder::defaultRoots()},
+        {QString(), SphinxModelFinder::defaultRoots()},
+        {QStringLiteral("de-DE"), {emptyRoot.path()}},
+        {QStringLiteral("en-US"), {emptyRoot.path()}},
+    };
+    const auto audio = speak(kOrder, kEngineFormat);
+    ASSERT_TRUE(audio);
+    for (const auto &[locale, roots] : cases) {
+        SystemTranscriber transcriber(locale, {}, roots);
+        Recorder recorder;
+        recorder.attach(transcriber);
+        EXPECT_EQ(prepareError(transcriber), kUnavailable) << qPrintable(locale);
+        feedAll(transcriber, *audio, 1600);
+        EXPECT_EQ(finish(transcriber), QString());
+        transcriber.cancel();
+        EXPECT_TRUE(recorder.events().empty());
+        EXPECT_FALSE(transcriber.failure());
+    }
+}
+
+TEST(SystemTranscriber, ReportsAModelThatCannotBeLoaded)
+{
+    // Debian's acoustic model and dictionary, with a language model that is not one.
+    QTemporaryDir root;
+    const QString debian = QStringLiteral("/usr/share/pocketsphinx/model/en-us");
+    const QDir model(root.filePath(QStringLiteral("en-us")));
+    ASSERT_TRUE(QDir().mkpath(model.path()));
+    ASSERT_TRUE(
+        QFile::link(debian + QStringLiteral("/en-us"), model.filePath(QStringLiteral("en-us"))));
+    ASSERT_TRUE(QFile::link(debian + QStringLiteral("/cmudict-en-us.dict"),
+                            model.filePath(QStringLiteral("cmudict-en-us.dict"))));
+    QFile lm(model.filePath(QStringLiteral("en-us.lm.bin")));
+    ASSERT_TRUE(lm.open(QIODevice::WriteOnly));
+    lm.write("not a language model");
+    lm.close();
+
+    QLoggingCategory::setFilterRules(QStringLiteral("vocari.engine.system.warning=false"));
+    SystemTranscriber transcriber(QStringLiteral("en-US"), {}, {root.path()});
+    EXPECT_EQ(prepareError(transcriber),
+              QStringLiteral("The speech model for this language could not be loaded."));
+    EXPECT_EQ(finish(transcriber), QString());
+    QLoggingCategory::setFilterRules(QString());
+}

@@ -1,0 +1,80 @@
+#pragma once
+
+#include <QObject>
+#include <QPointer>
+#include <QStringList>
+#include <QTimer>
+#include <chrono>
+#include <cstdint>
+#include <vector>
+
+namespace vocari {
+
+class XConnection;
+class X11Keymap;
+
+// Synthetic keys for the focused window, posted through XTEST.
+//
+// Modifiers the user holds at that moment (such as a dictation key that is still down) would
+// turn typed letters into shortcuts, so they are lifted for the keystrokes and pressed again
+// afterwards, unless the user let go of them on the physical keyboard meanwhile; Caps Lock is
+// unlocked for the keystrokes too, and a held key that is to be typed (the Space of a held
+// Ctrl+Alt+Space) is let go first. The program's own key monitor does not see any of this.
+//
+// A character the keymap has no key for is typed by binding its keysym to a keycode that
+// carries no symbol. Programs read the new mapping when they get to the key event, which can
+// be well after it was posted, so the borrowed keycodes keep their symbols until typing has
+// been idle for a while and are then cleared again.
+class X11Keyboard : public QObject
+{
+    Q_OBJECT
+public:
+    enum class Shortcut
+    {
+        ctrlV,
+        ctrlShiftV,
+        shiftInsert
+    };
+
+    explicit X11Keyboard(XConnection &connection, QObject *parent = nullptr);
+    ~X11Keyboard() override;
+
+    // The keyboard of the program's shared X connection.
+    static X11Keyboard &shared();
+
+    // Types the chunks one after the other, each character through its keysym; the server is
+    // flushed after every chunk. False when there is no display.
+    bool type(const QStringList &chunks);
+    // Presses BackSpace `count` times.
+    bool erase(std::int64_t count);
+    // Presses the paste shortcut once.
+    bool paste(Shortcut shortcut);
+
+    // Whether some keycodes are bound to characters the keymap lacked.
+    bool hasBorrowedKeycodes() const { return !m_borrowed.empty(); }
+    // Clears the borrowed keycodes now instead of after the idle delay.
+    void restoreKeymap();
+
+    // How long typing must be idle before borrowed keycodes are cleared.
+    static constexpr int restoreDelayMs = 2000;
+
+private:
+    class Posting;
+    struct Borrowed
+    {
+        unsigned int keycode = 0;
+        unsigned long keysym = 0;
+        std::chrono::steady_clock::time_point lastPressed;
+    };
+
+    bool ready();
+    bool isBorrowed(unsigned int keycode) const;
+    unsigned int borrowKeycode(unsigned long keysym, const X11Keymap &keymap);
+
+    QPointer<XConnection> m_connection;
+    int m_generation = 0;
+    std::vector<Borrowed> m_borrowed;
+    QTimer m_restoreTimer;
+};
+
+} // namespace vocari

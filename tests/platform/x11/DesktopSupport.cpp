@@ -1,0 +1,143 @@
+#include "DesktopSupport.h"
+
+#include "platform/x11/XConnection.h"
+
+#include <QDeadlineTimer>
+#include <QEventLoop>
+#include <QTimer>
+#include <QUrl>
+
+namespace vocari::test {
+
+namespace {
+
+// Pause (X keycode 127) is the key the tests press to know that earlier keys have arrived: it
+// types nothing and, unlike the function keys under Ctrl+Alt, the server never acts on it.
+constexpr unsigned int settleKeycode = 127;
+
+QString decoded(const QByteArray &field)
+{
+    return field == "-" ? QString() : QUrl::fromPercentEncoding(field);
+}
+
+} // namespace
+
+bool waitUntil(const std::function<bool()> &condition, int timeoutMs)
+{
+    const QDeadlineTimer deadline(timeoutMs);
+    while (!condition()) {
+        if (deadline.hasExpired())
+            return condition();
+        QEventLoop loop;
+        QTimer::singleShot(10, &loop, &QEventLoop::quit);
+        loop.exec();
+    }
+    return true;
+}
+
+bool xdotool(const QStringList &arguments)
+{
+    // xdotool's server requests are all handled once it has exited; the program then catches
+    // up with the events they caused, as its event loop would have done meanwhile.
+    const bool done = QProcess::execute(QStringLiteral("xdotool"), arguments) == 0;
+    XConnection::shared().sync();
+    return done;
+}
+
+TestWindow::~TestWindow()
+{
+    if (m_process.state() == QProcess::NotRunning)
+        return;
+    m_process.write("quit\n");
+    if (!m_process.waitForFinished(5000)) {
+        m_process.kill();
+        m_process.waitForFinished(5000);
+    }
+}
+
+bool TestWindow::start(const QStringList &arguments)
+{
+    QObject::connect(&m_process, &QProcess::readyReadStandardOutput, &m_process,
+                     [this] { readOutput(); });
+    m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    // In sanitizer builds the window would report, at exit, a buffer that the D-Bus library
+    // keeps for the life of the process; it is not the program's to free.
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    const QString sanitizer = environment.value(QStringLiteral("ASAN_OPTIONS"));
+    environment.insert(QStringLiteral("ASAN_OPTIONS"),
+                       sanitizer.isEmpty() ? QStringLiteral("detect_leaks=0")
+                                           : sanitizer + QStringLiteral(":detect_leaks=0"));
+    m_process.setProcessEnvironment(environment);
+    m_process.start(QStringLiteral(VOCARI_TEST_WINDOW), arguments);
+    return m_process.waitForStarted(10000) && waitUntil([this] { return m_ready; }, 15000);
+}
+
+void TestWindow::readOutput()
+{
+    m_pending += m_process.readAllStandardOutput();
+    qsizetype end = 0;
+    while ((end = m_pending.indexOf('\n')) >= 0) {
+        const QByteArray line = m_pending.left(end);
+        m_pending.remove(0, end + 1);
+        const QList<QByteArray> fields = line.split(' ');
+        if (fields.value(0) == "ready" && fields.size() == 3) {
+            m_window = fields[1].toULong();
+            m_pid = fields[2].toLongLong();
+            m_ready = true;
+        } else if (fields.value(0) == "text" && fields.size() == 2) {
+            m_text = decoded(fields[1]);
+        } else if ((fields.value(0) == "press" || fields.value(0) == "release") &&
+                   fields.size() == 5) {
+            m_keys.push_back({fields[0] == "press", fields[1].toUInt(), fields[2].toUInt(),
+                              fields[3] == "1", decoded(fields[4])});
+        }
+    }
+}
+
+int TestWindow::presses(unsigned int keycode) const
+{
+    int count = 0;
+    for (const Key &key : m_keys)
+        count += key.press && key.keycode == keycode;
+    return count;
+}
+
+const TestWindow::Key *TestWindow::lastPress(unsigned int keycode) const
+{
+    for (auto key = m_keys.rbegin(); key != m_keys.rend(); ++key) {
+        if (key->press && key->keycode == keycode)
+            return &*key;
+    }
+    return nullptr;
+}
+
+bool TestWindow::waitForText(const QString &expected, int timeoutMs)
+{
+    return waitUntil([&] { return m_text == expected; }, timeoutMs);
+}
+
+bool TestWindow::clear()
+{
+    m_process.write("clear\n");
+    const bool cleared = m_text.isEmpty() || waitForText(QString());
+    m_keys.clear();
+    return cleared;
+}
+
+bool TestWindow::settle()
+{
+    const int before = presses(settleKeycode);
+    if (!xdotool({QStringLiteral("key"), QString::number(settleKeycode)}))
+        return false;
+    const bool seen = waitUntil([&] { return presses(settleKeycode) > before; });
+    if (!seen) {
+        // Which key went astray is easier to tell from everything the window did see.
+        for (const Key &key : m_keys)
+            qWarning("the window saw %s %u state %u text %s", key.press ? "press" : "release",
+                     key.keycode, key.state, qPrintable(key.text));
+    }
+    XConnection::shared().sync();
+    return seen;
+}
+
+} // namespace vocari::test

@@ -115,4 +115,12 @@ float Segmenter::noiseFloor() const
     return m_noiseFloor;
 }
 
+std::optional<Segmenter::Snapshot> Segmenter::snapshot(int64_t minSamples) const
+{
+    std::lock_guard lock(m_lock);
+    if (!m_heardSpeech || int64_t(m_segment.size()) < minSamples)
+        return std::nullopt;
+    return Snapshot{m_segment, m_cuts};
+}
+
 } // namespace vocari

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -43,6 +44,16 @@ public:
     // Samples held for the phrase being assembled.
     int64_t bufferedSamples() const;
     float noiseFloor() const;
+
+    // A copy of the phrase being assembled, with the number of cuts made so far, taken
+    // together: what a provisional transcription of the current phrase works from. None
+    // before speech has been heard or while the phrase holds fewer than minSamples.
+    struct Snapshot
+    {
+        std::vector<float> samples;
+        int64_t cuts = 0;
+    };
+    std::optional<Snapshot> snapshot(int64_t minSamples) const;
 
 private:
     void process(std::span<const float> frameSamples, std::vector<std::vector<float>> &out);

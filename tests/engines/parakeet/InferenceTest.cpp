@@ -1,0 +1,133 @@
+#include "ParakeetFixtures.h"
+#include "engines/parakeet/ModelSet.h"
+#include "engines/parakeet/ParakeetErrors.h"
+#include "engines/parakeet/ParakeetInference.h"
+
+#include <cmath>
+#include <gtest/gtest.h>
+#include <map>
+#include <numbers>
+#include <thread>
+
+using namespace vocari;
+using namespace vocari::test;
+
+namespace {
+
+std::shared_ptr<ModelSet> models(const char *fixture)
+{
+    static std::map<std::string, std::shared_ptr<ModelSet>> cache;
+    auto &set = cache[fixture];
+    if (!set)
+        set = loadModelSet(fixturePath(fixture));
+    return set;
+}
+
+// Frames the fixture encoder produces for n samples.
+int64_t encoderFrames(int64_t samples)
+{
+    const auto &sentence = ToneSentence::load();
+    return samples / sentence.hop / sentence.subsampling;
+}
+
+} // namespace
+
+TEST(ParakeetInference, ToneSentenceDecodesInBothLayouts)
+{
+    const auto &sentence = ToneSentence::load();
+    ASSERT_EQ(sentence.phrases.size(), 2);
+    ASSERT_EQ(sentence.text, "Hello, world. This is Vocari.");
+
+    for (const char *fixture : {"split", "split-dynamic", "community"}) {
+        SCOPED_TRACE(fixture);
+        auto set = models(fixture);
+        EXPECT_EQ(decode(sentence.phrase(0), *set), sentence.phrases[0]);
+        EXPECT_EQ(decode(sentence.phrase(1), *set), sentence.phrases[1]);
+        EXPECT_EQ(decode(sentence.samples(), *set), sentence.text);
+        // A set decodes phrase after phrase with nothing carried over.
+        EXPECT_EQ(decode(sentence.phrase(0), *set), sentence.phrases[0]);
+    }
+}
+
+TEST(ParakeetInference, SignalIsPaddedOnlyForAFixedLengthInput)
+{
+    EXPECT_EQ(planSignal(32000, 240000).tensorLength, 240000);
+    EXPECT_EQ(planSignal(32000, 240000).realLength, 32000);
+    EXPECT_EQ(planSignal(32000, 0).tensorLength, 32000);
+    EXPECT_EQ(planSignal(32000, 0).realLength, 32000);
+    // Beyond 15 s only the start is used, whatever the network takes.
+    EXPECT_EQ(planSignal(300000, 240000).realLength, 240000);
+    EXPECT_EQ(planSignal(300000, 0).tensorLength, 240000);
+    EXPECT_EQ(planSignal(300000, 0).realLength, 240000);
+    // A network fixed to another length gets that length.
+    EXPECT_EQ(planSignal(32000, 16000).tensorLength, 16000);
+    EXPECT_EQ(planSignal(32000, 16000).realLength, 16000);
+
+    // 300000 samples: the first 240000 are transcribed, in both kinds of network.
+    const auto &sentence = ToneSentence::load();
+    std::vector<float> longInput = sentence.samples();
+    longInput.resize(300000, 0.0f);
+    std::vector<float> head(longInput.begin(), longInput.begin() + 240000);
+    // Past 15 s the "Hello" tone, which must not be heard.
+    for (size_t i = 240000; i < longInput.size(); ++i)
+        longInput[i] = 0.3f * float(std::sin(2 * std::numbers::pi * 600.0 * double(i) / 16000));
+    EXPECT_EQ(decode(longInput, *models("split")), decode(head, *models("split")));
+    EXPECT_EQ(decode(longInput, *models("split-dynamic")), sentence.text);
+
+    EXPECT_EQ(decode({}, *models("split")), "");
+}
+
+TEST(ParakeetInference, DegenerateJointNetworksStillEnd)
+{
+    const std::vector<float> second(16000, 0.0f);
+    // Always blank with duration 0: every frame once, nothing emitted.
+    EXPECT_EQ(decode(second, *models("blank-joint")), "");
+    // Always the same token with duration 0: eight per frame, then the next frame.
+    const auto &sentence = ToneSentence::load();
+    EXPECT_EQ(decode(second, *models("repeat-joint")),
+              sentence.repeatPiece.repeated(8 * encoderFrames(16000)));
+}
+
+TEST(ParakeetInference, UnusableOutputsAreBadOutput)
+{
+    const std::vector<float> second(16000, 0.1f);
+    for (const char *fixture : {"empty-token", "squeezed-encoder"}) {
+        SCOPED_TRACE(fixture);
+        try {
+            decode(second, *models(fixture));
+            FAIL() << "decoded";
+        } catch (const RuntimeError &error) {
+            EXPECT_EQ(error.kind(), RuntimeError::Kind::BadOutput);
+            EXPECT_EQ(error.message(), "The speech model returned an unexpected result.");
+        }
+    }
+}
+
+TEST(ParakeetInference, StopIsHonouredBeforeAnyStageAndInsideTheSearch)
+{
+    const auto &sentence = ToneSentence::load();
+    std::stop_source stopped;
+    stopped.request_stop();
+    EXPECT_THROW(decode(sentence.samples(), *models("split"), stopped.get_token()),
+                 TranscriptionCancelled);
+    EXPECT_THROW(decode(sentence.samples(), *models("community"), stopped.get_token()),
+                 TranscriptionCancelled);
+
+    // A stop from another thread while a long input is being searched.
+    std::stop_source source;
+    std::vector<float> tones(240000);
+    for (size_t i = 0; i < tones.size(); ++i)
+        tones[i] = 0.3f * float(std::sin(double(i) * 0.2));
+    std::jthread stopper([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        source.request_stop();
+    });
+    try {
+        for (int i = 0; i < 1000; ++i)
+            decode(tones, *models("repeat-joint"), source.get_token());
+        FAIL() << "never stopped";
+    } catch (const TranscriptionCancelled &) {
+    }
+    // And the set works afterwards.
+    EXPECT_EQ(decode(sentence.phrase(0), *models("split")), sentence.phrases[0]);
+}

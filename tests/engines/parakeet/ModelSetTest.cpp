@@ -1,0 +1,122 @@
+#include "engines/parakeet/ModelSet.h"
+
+#include "ParakeetFixtures.h"
+#include "engines/parakeet/ParakeetErrors.h"
+
+#include <QDir>
+#include <gtest/gtest.h>
+
+using namespace vocari;
+using namespace vocari::test;
+
+namespace {
+
+// The load error for a folder, or an empty string when it loads.
+QString loadError(const QString &folder)
+{
+    try {
+        loadModelSet(folder);
+    } catch (const ModelLoadError &error) {
+        return error.message();
+    }
+    return {};
+}
+
+} // namespace
+
+TEST(ModelSet, LoadsBothLayoutsWithWhatTheNetworksDeclare)
+{
+    const auto split = loadModelSet(fixturePath("split"));
+    EXPECT_EQ(split->layout.kind, ModelLayout::Kind::Split);
+    EXPECT_EQ(split->directory, QDir::cleanPath(fixturePath("split")));
+    EXPECT_EQ(split->blankId, 8192);
+    EXPECT_EQ(split->fixedSignalLength, 240000);
+    EXPECT_EQ(split->stateShape, (std::array<int64_t, 3>{2, 1, 640}));
+    EXPECT_TRUE(split->joint);
+
+    const auto dynamic = loadModelSet(fixturePath("split-dynamic") + "/./");
+    EXPECT_EQ(dynamic->fixedSignalLength, 0);
+    EXPECT_EQ(dynamic->directory, QDir::cleanPath(fixturePath("split-dynamic")));
+
+    const auto community = loadModelSet(fixturePath("community"));
+    EXPECT_EQ(community->layout.kind, ModelLayout::Kind::CommunityInt8);
+    EXPECT_EQ(community->blankId, community->vocabulary.size() - 1);
+    EXPECT_EQ(community->vocabulary.piece(community->blankId), "<blk>");
+    EXPECT_EQ(community->fixedSignalLength, 0);
+    EXPECT_FALSE(community->joint);
+
+    // The fp32 file names of the same export.
+    ModelCopy fp32("community");
+    fp32.rename("encoder-model.int8.onnx", "encoder-model.onnx");
+    fp32.rename("decoder_joint-model.int8.onnx", "decoder_joint-model.onnx");
+    EXPECT_EQ(loadModelSet(fp32.path())->layout.kind, ModelLayout::Kind::CommunityFp32);
+}
+
+TEST(ModelSet, MissingFoldersAndFilesAreNamed)
+{
+    const QString absent = QDir::cleanPath(fixturePath("no-such-model"));
+    EXPECT_EQ(loadError(absent), QStringLiteral("The model folder %1 does not exist.").arg(absent));
+
+    ModelCopy copy("split");
+    copy.remove("JointDecisionv3.onnx");
+    copy.remove("parakeet_v3_vocab.json");
+    EXPECT_EQ(loadError(copy.path()),
+              QStringLiteral("The model folder %1 is missing JointDecisionv3.onnx, "
+                             "parakeet_v3_vocab.json.")
+                  .arg(copy.path()));
+}
+
+TEST(ModelSet, DamagedFilesAreOneLineErrorsNamingTheFile)
+{
+    ModelCopy corrupt("split");
+    corrupt.write("Encoder.onnx", QByteArray(4096, '\x7f'));
+    QString message = loadError(corrupt.path());
+    EXPECT_TRUE(message.startsWith("Encoder.onnx is not a network that can be loaded: "))
+        << message.toStdString();
+    EXPECT_FALSE(message.contains(u'\n'));
+
+    ModelCopy empty("community");
+    empty.write("nemo128.onnx", {});
+    message = loadError(empty.path());
+    EXPECT_TRUE(message.startsWith("nemo128.onnx is not a network that can be loaded"))
+        << message.toStdString();
+
+    ModelCopy badJson("split");
+    badJson.write("parakeet_v3_vocab.json", R"(["not", "an", "object"])");
+    EXPECT_EQ(loadError(badJson.path()), "parakeet_v3_vocab.json is not a JSON object of strings.");
+
+    ModelCopy noBlank("community");
+    noBlank.write("vocab.txt", "a 0\nb 1\n");
+    EXPECT_EQ(loadError(noBlank.path()), "vocab.txt has no \"<blk>\" token.");
+
+    // A bad vocabulary and a bad network at once: the vocabulary, read while the networks
+    // load, is reported, and nothing is left running.
+    ModelCopy both("split");
+    both.write("parakeet_v3_vocab.json", "{");
+    both.write("Decoder.onnx", "garbage");
+    EXPECT_TRUE(loadError(both.path()).startsWith("parakeet_v3_vocab.json is not valid JSON"));
+}
+
+TEST(ModelSet, NetworksThatBreakTheContractAreRefusedNamingTheTensor)
+{
+    EXPECT_EQ(loadError(fixturePath("missing-output")),
+              "Decoder.onnx has no output \"c_out\" (its outputs: \"decoder\", \"h_out\").");
+    EXPECT_EQ(loadError(fixturePath("renamed-input")),
+              "JointDecisionv3.onnx has an unexpected input \"encoder_frame\".");
+    EXPECT_EQ(loadError(fixturePath("flat-encoder")),
+              "Encoder.onnx: output \"encoder\" has 2 dimensions; at least 3 are needed.");
+    EXPECT_EQ(loadError(fixturePath("short-scores")),
+              "decoder_joint-model.int8.onnx gives 10 scores per step in \"outputs\", too few "
+              "for the 13 tokens of vocab.txt and the durations.");
+
+    // Networks of one layout in the folder of another.
+    ModelCopy mixed("split");
+    QFile::remove(mixed.file("Preprocessor.onnx"));
+    QFile::copy(fixturePath("community/nemo128.onnx"), mixed.file("Preprocessor.onnx"));
+    EXPECT_EQ(loadError(mixed.path()), "Preprocessor.onnx has an unexpected input \"waveforms\".");
+
+    ModelCopy swapped("split");
+    QFile::remove(swapped.file("Decoder.onnx"));
+    QFile::copy(fixturePath("split/JointDecisionv3.onnx"), swapped.file("Decoder.onnx"));
+    EXPECT_EQ(loadError(swapped.path()), "Decoder.onnx has an unexpected input \"encoder_step\".");
+}

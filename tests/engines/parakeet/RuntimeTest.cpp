@@ -1,0 +1,208 @@
+#include "ParakeetFixtures.h"
+#include "engines/parakeet/MemoryPressureMonitor.h"
+#include "engines/parakeet/ModelSet.h"
+#include "engines/parakeet/ParakeetErrors.h"
+#include "engines/parakeet/ParakeetRuntime.h"
+#include "engines/parakeet/PhraseRecognizer.h"
+
+#include <QDir>
+#include <QFile>
+#include <QRegularExpression>
+#include <gtest/gtest.h>
+
+using namespace vocari;
+using namespace vocari::test;
+using namespace std::chrono_literals;
+
+namespace {
+
+ParakeetRuntime::Options quiet(std::chrono::milliseconds idle = 1h)
+{
+    return {idle, false};
+}
+
+QString folder(const char *fixture)
+{
+    return QDir::cleanPath(fixturePath(fixture));
+}
+
+// One transcription's text, handed over the way the transcriber takes it.
+QString textOf(ParakeetRuntime &runtime, std::vector<float> samples, const QString &directory,
+               std::stop_token stop = {})
+{
+    PendingPhrase pending;
+    RuntimeRecognizer(runtime, directory).recognize(std::move(samples), stop, pending.callback());
+    return pending.wait({});
+}
+
+// The message of the error a transcription ends with.
+template <typename Error>
+QString failureOf(ParakeetRuntime &runtime, std::vector<float> samples, const QString &directory,
+                  std::stop_token stop = {})
+{
+    try {
+        textOf(runtime, std::move(samples), directory, stop);
+    } catch (const Error &error) {
+        return QString::fromUtf8(error.what());
+    }
+    return QStringLiteral("(no %1)").arg(typeid(Error).name());
+}
+
+} // namespace
+
+TEST(ParakeetRuntime, TranscribesAndReusesTheLoadedSet)
+{
+    const auto &sentence = ToneSentence::load();
+    LogCapture log("vocari.parakeet");
+    ParakeetRuntime runtime(quiet());
+
+    EXPECT_EQ(textOf(runtime, sentence.phrase(0), folder("split")), sentence.phrases[0]);
+    // The same folder, spelt differently, is the same set: no second load.
+    EXPECT_EQ(textOf(runtime, sentence.phrase(1), fixturePath("split") + "/"), sentence.phrases[1]);
+    auto status = runtime.status();
+    EXPECT_EQ(status.loads, 1);
+    EXPECT_EQ(status.loadedDirectory, folder("split"));
+    EXPECT_TRUE(status.unloadScheduled);
+
+    // One line per phrase; the second found the set loaded, so it has no load part.
+    const QStringList lines = log.lines();
+    ASSERT_EQ(lines.size(), 2);
+    const QRegularExpression format(QStringLiteral(
+        "^chunk \\d+\\.\\d s of audio → \\d+\\.\\d\\d s( \\(load \\d+\\.\\d\\d s\\))?$"));
+    EXPECT_TRUE(format.match(lines[0]).hasMatch()) << lines[0].toStdString();
+    EXPECT_TRUE(format.match(lines[1]).hasMatch()) << lines[1].toStdString();
+    EXPECT_FALSE(lines[1].contains("load"));
+    const double seconds = double(sentence.phrase(1).size()) / 16000;
+    EXPECT_TRUE(lines[1].startsWith(QString::asprintf("chunk %.1f s of audio → ", seconds)));
+
+    EXPECT_EQ(ParakeetRuntime::chunkLogLine(3.2, 0.41, 2.87),
+              "chunk 3.2 s of audio → 0.41 s (load 2.87 s)");
+    EXPECT_EQ(ParakeetRuntime::chunkLogLine(3.24, 0.414, 0.05), "chunk 3.2 s of audio → 0.41 s");
+    EXPECT_EQ(ParakeetRuntime::chunkLogLine(0, 0, 0.051),
+              "chunk 0.0 s of audio → 0.00 s (load 0.05 s)");
+
+    // The future-returning form gives the same text.
+    EXPECT_EQ(runtime.transcribe(sentence.phrase(0), folder("split")).result(),
+              sentence.phrases[0]);
+}
+
+TEST(ParakeetRuntime, AnotherFolderReplacesTheSetAndAFailedLoadLeavesItAlone)
+{
+    const auto &sentence = ToneSentence::load();
+    ParakeetRuntime runtime(quiet());
+    EXPECT_EQ(textOf(runtime, sentence.phrase(0), folder("split")), sentence.phrases[0]);
+    EXPECT_EQ(textOf(runtime, sentence.phrase(0), folder("community")), sentence.phrases[0]);
+    EXPECT_EQ(runtime.status().loads, 2);
+    EXPECT_EQ(runtime.status().loadedDirectory, folder("community"));
+
+    ModelCopy noJoint("split");
+    noJoint.remove("JointDecisionv3.onnx");
+    EXPECT_EQ(
+        failureOf<ModelLoadError>(runtime, sentence.phrase(0), noJoint.path()),
+        QStringLiteral("The model folder %1 is missing JointDecisionv3.onnx.").arg(noJoint.path()));
+    ModelCopy corrupt("split");
+    corrupt.write("Decoder.onnx", "not a network");
+    EXPECT_TRUE(failureOf<ModelLoadError>(runtime, sentence.phrase(0), corrupt.path())
+                    .startsWith("Decoder.onnx is not a network that can be loaded"));
+    EXPECT_EQ(runtime.status().loadedDirectory, folder("community"));
+
+    // The loaded set is still there and still used.
+    EXPECT_EQ(textOf(runtime, sentence.phrase(1), folder("community")), sentence.phrases[1]);
+    EXPECT_EQ(runtime.status().loads, 2);
+}
+
+TEST(ParakeetRuntime, DropsTheSetOnRequestOnMemoryPressureAndWhenIdle)
+{
+    const auto &sentence = ToneSentence::load();
+    ParakeetRuntime runtime(quiet());
+    const QString split = folder("split");
+
+    // Warm-up loads ahead of the first phrase and arms the idle unload.
+    runtime.warmUp(split);
+    runtime.models(split).waitForFinished();
+    EXPECT_EQ(runtime.status().loadedDirectory, split);
+    EXPECT_EQ(runtime.status().loads, 1);
+    EXPECT_TRUE(runtime.status().unloadScheduled);
+    runtime.warmUp(fixturePath("no-such-model")); // errors are ignored
+    runtime.models(split).waitForFinished();
+    EXPECT_EQ(runtime.status().loadedDirectory, split);
+    EXPECT_EQ(runtime.status().loads, 1);
+
+    runtime.unload().waitForFinished();
+    EXPECT_TRUE(runtime.status().loadedDirectory.isEmpty());
+    EXPECT_TRUE(runtime.status().unloadScheduled); // the idle timer is left alone
+    EXPECT_EQ(textOf(runtime, sentence.phrase(0), split), sentence.phrases[0]);
+    EXPECT_EQ(runtime.status().loads, 2);
+
+    // Jobs run in order, so the set requested after the pressure event is a fresh load.
+    runtime.handleMemoryPressure();
+    runtime.models(split).waitForFinished();
+    EXPECT_EQ(runtime.status().loads, 3);
+
+    // An idle runtime drops its set once the idle delay has passed since the last use.
+    ParakeetRuntime brief(quiet(50ms));
+    EXPECT_EQ(textOf(brief, sentence.phrase(0), split), sentence.phrases[0]);
+    EXPECT_TRUE(eventually([&] { return brief.status().loadedDirectory.isEmpty(); }));
+    EXPECT_FALSE(brief.status().unloadScheduled);
+    EXPECT_EQ(textOf(brief, sentence.phrase(0), split), sentence.phrases[0]);
+    EXPECT_EQ(brief.status().loads, 2);
+}
+
+TEST(ParakeetRuntime, ErrorsAndCancellationReachTheCallerAndTheRuntimeGoesOn)
+{
+    const auto &sentence = ToneSentence::load();
+    ParakeetRuntime runtime(quiet());
+    EXPECT_EQ(failureOf<RuntimeError>(runtime, sentence.phrase(0), folder("empty-token")),
+              "The speech model returned an unexpected result.");
+    EXPECT_TRUE(runtime.status().unloadScheduled); // a failed inference re-arms the timer too
+
+    std::stop_source stopped;
+    stopped.request_stop();
+    EXPECT_EQ(failureOf<TranscriptionCancelled>(runtime, sentence.phrase(0), folder("split"),
+                                                stopped.get_token()),
+              "The transcription was cancelled.");
+
+    // Results arrive in the order the phrases were submitted.
+    std::mutex lock;
+    std::vector<int> order;
+    std::vector<PendingPhrase> pending(6);
+    for (int i = 0; i < 6; ++i) {
+        runtime.transcribe(sentence.phrase(i % 2), folder(i % 3 ? "split" : "community"), {},
+                           [&, i, done = pending[size_t(i)].callback()](
+                               const ParakeetRuntime::Transcription &result, std::exception_ptr) {
+                               {
+                                   std::lock_guard guard(lock);
+                                   order.push_back(i);
+                               }
+                               done({result.text, nullptr});
+                           });
+    }
+    for (int i = 0; i < 6; ++i)
+        EXPECT_EQ(pending[size_t(i)].wait({}), sentence.phrases[i % 2]);
+    {
+        std::lock_guard guard(lock);
+        EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3, 4, 5}));
+    }
+
+    // Empty input gives empty text without running anything.
+    EXPECT_EQ(textOf(runtime, {}, folder("split")), "");
+}
+
+TEST(ParakeetRuntime, MemoryPressureMonitorNeedsAKernelThatOffersIt)
+{
+    int calls = 0;
+    MemoryPressureMonitor absent([&] { ++calls; }, "/nonexistent/pressure/memory");
+    EXPECT_FALSE(absent.isActive());
+
+    // Where the kernel offers pressure-stall information the shared runtime listens to it;
+    // either way creating and destroying a monitor is safe.
+    {
+        MemoryPressureMonitor real([&] { ++calls; });
+        if (!QFile::exists(MemoryPressureMonitor::defaultPath)) {
+            EXPECT_FALSE(real.isActive());
+        }
+    }
+    ParakeetRuntime listening(ParakeetRuntime::Options{});
+    MemoryPressureMonitor probe([] {});
+    EXPECT_EQ(listening.watchesMemoryPressure(), probe.isActive());
+}

@@ -1,0 +1,353 @@
+#include "ParakeetFixtures.h"
+#include "engines/parakeet/ParakeetErrors.h"
+#include "engines/parakeet/ParakeetRuntime.h"
+#include "engines/parakeet/ParakeetTranscriber.h"
+
+#include <QCoroTask>
+#include <QDir>
+#include <cmath>
+#include <condition_variable>
+#include <deque>
+#include <gtest/gtest.h>
+#include <numbers>
+
+using namespace vocari;
+using namespace vocari::test;
+using namespace std::chrono_literals;
+
+namespace {
+
+// Every callback of a transcriber, in order, as "text: …", "commit: …".
+class CallbackLog
+{
+public:
+    void attach(Transcriber &transcriber)
+    {
+        transcriber.setOnText([this](const QString &text) { add("text: " + text); });
+        transcriber.setOnCommit([this](const QString &text) { add("commit: " + text); });
+        transcriber.setOnStatus([this](const QString &text) { add("status: " + text); });
+    }
+    QStringList entries() const
+    {
+        std::lock_guard lock(m_lock);
+        return m_entries;
+    }
+
+private:
+    void add(const QString &entry)
+    {
+        std::lock_guard lock(m_lock);
+        m_entries << entry;
+    }
+    mutable std::mutex m_lock;
+    QStringList m_entries;
+};
+
+// Feeds samples as a capture device would: 2048-frame buffers of interleaved audio.
+void feedAudio(Transcriber &transcriber, const std::vector<float> &mono, double rate = 16000,
+               int channels = 1)
+{
+    std::vector<float> interleaved;
+    interleaved.reserve(mono.size() * size_t(channels));
+    for (float sample : mono)
+        interleaved.insert(interleaved.end(), size_t(channels), sample);
+    const size_t step = 2048 * size_t(channels);
+    for (size_t at = 0; at < interleaved.size(); at += step) {
+        const size_t n = std::min(step, interleaved.size() - at);
+        transcriber.feed(
+            AudioBuffer::fromInterleaved({rate, channels}, std::span(interleaved).subspan(at, n)));
+    }
+}
+
+std::vector<float> tone(double seconds, double frequency = 600)
+{
+    std::vector<float> out(size_t(seconds * 16000));
+    for (size_t i = 0; i < out.size(); ++i)
+        out[i] = 0.3f * float(std::sin(2 * std::numbers::pi * frequency * double(i) / 16000));
+    return out;
+}
+
+std::vector<float> silence(double seconds)
+{
+    return std::vector<float>(size_t(seconds * 16000), 0.0f);
+}
+
+std::vector<float> operator+(std::vector<float> a, const std::vector<float> &b)
+{
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+// A recognizer whose answers the test gives, one request at a time.
+class ScriptedRecognizer : public PhraseRecognizer
+{
+public:
+    struct Request
+    {
+        std::vector<float> samples;
+        std::stop_token stop;
+        PhraseCallback done;
+    };
+
+    void warmUp() override { ++warmUps; }
+    void recognize(std::vector<float> samples, std::stop_token stop, PhraseCallback done) override
+    {
+        {
+            std::lock_guard lock(m_lock);
+            m_requests.push_back({std::move(samples), stop, std::move(done)});
+        }
+        m_changed.notify_all();
+    }
+
+    // The next request not yet answered, waiting for it (bounded).
+    std::optional<Request> next()
+    {
+        std::unique_lock lock(m_lock);
+        if (!m_changed.wait_for(lock, 20s, [this] { return !m_requests.empty(); }))
+            return std::nullopt;
+        Request request = std::move(m_requests.front());
+        m_requests.pop_front();
+        return request;
+    }
+    static void answer(Request &request, const QString &text) { request.done({text, nullptr}); }
+    static void fail(Request &request, const QString &message)
+    {
+        request.done({{}, std::make_exception_ptr(TranscriberError(message))});
+    }
+    size_t pending()
+    {
+        std::lock_guard lock(m_lock);
+        return m_requests.size();
+    }
+
+    std::atomic<int> warmUps = 0;
+
+private:
+    std::mutex m_lock;
+    std::condition_variable m_changed;
+    std::deque<Request> m_requests;
+};
+
+// Hands a transcriber's requests to a script the test keeps after the transcriber is gone.
+class SharedScript : public PhraseRecognizer
+{
+public:
+    explicit SharedScript(std::shared_ptr<ScriptedRecognizer> script) : m_script(std::move(script))
+    {
+    }
+    void warmUp() override { m_script->warmUp(); }
+    void recognize(std::vector<float> samples, std::stop_token stop, PhraseCallback done) override
+    {
+        m_script->recognize(std::move(samples), std::move(stop), std::move(done));
+    }
+
+private:
+    std::shared_ptr<ScriptedRecognizer> m_script;
+};
+
+// Whether this build's segmenter lets the drafter copy the phrase in progress.
+template <typename S> constexpr bool offersSnapshot = requires(const S &s)
+{
+    s.snapshot(S::minSpeech);
+};
+constexpr bool kSegmenterDrafts = offersSnapshot<Segmenter>;
+
+ParakeetTranscriber::Options noDrafts()
+{
+    return {std::chrono::hours(1)};
+}
+
+} // namespace
+
+TEST(ParakeetTranscriber, PhrasesAreCommittedAsTheyAreCutThroughBothLayouts)
+{
+    const auto &sentence = ToneSentence::load();
+    ParakeetRuntime runtime({std::chrono::hours(1), false});
+    for (const char *fixture : {"split", "community"}) {
+        for (bool eager : {false, true}) {
+            SCOPED_TRACE(std::string(fixture) + (eager ? " eager" : " normal"));
+            ParakeetTranscriber transcriber(
+                std::make_unique<RuntimeRecognizer>(runtime, fixturePath(fixture)), eager,
+                noDrafts());
+            CallbackLog log;
+            log.attach(transcriber);
+            QCoro::waitFor(transcriber.prepare());
+            // A 44.1 kHz stereo device, as in a real dictation.
+            feedAudio(transcriber, sentence.samples(44100), 44100, 2);
+            EXPECT_EQ(QCoro::waitFor(transcriber.finish()), sentence.text);
+            EXPECT_EQ(log.entries(),
+                      QStringList({"text: " + sentence.phrases[0], "commit: " + sentence.phrases[0],
+                                   "text: " + sentence.text, "commit: " + sentence.phrases[1]}));
+            EXPECT_FALSE(transcriber.failure());
+        }
+    }
+}
+
+TEST(ParakeetTranscriber, SilenceAndEmptyPhrasesGiveNoCallbacks)
+{
+    ParakeetRuntime runtime({std::chrono::hours(1), false});
+    ParakeetTranscriber quiet(std::make_unique<RuntimeRecognizer>(runtime, fixturePath("split")),
+                              false, noDrafts());
+    CallbackLog log;
+    log.attach(quiet);
+    QCoro::waitFor(quiet.prepare());
+    feedAudio(quiet, silence(5));
+    EXPECT_EQ(QCoro::waitFor(quiet.finish()), "");
+    EXPECT_TRUE(log.entries().isEmpty());
+
+    // Phrases that transcribe to nothing (the "<en>" tone alone) are not committed.
+    auto recognizer = std::make_unique<ScriptedRecognizer>();
+    auto *script = recognizer.get();
+    ParakeetTranscriber scripted(std::move(recognizer), true, noDrafts());
+    CallbackLog scriptedLog;
+    scriptedLog.attach(scripted);
+    QCoro::waitFor(scripted.prepare());
+    EXPECT_EQ(script->warmUps, 1);
+    feedAudio(scripted, tone(1) + silence(1) + tone(1) + silence(1));
+    auto first = script->next();
+    ASSERT_TRUE(first);
+    ScriptedRecognizer::answer(*first, "");
+    auto second = script->next();
+    ASSERT_TRUE(second);
+    ScriptedRecognizer::answer(*second, "B");
+    EXPECT_EQ(QCoro::waitFor(scripted.finish()), "B");
+    EXPECT_EQ(scriptedLog.entries(), QStringList({"text: B", "commit: B"}));
+
+    // finish() without prepare() has nothing to wait for.
+    ParakeetTranscriber unprepared(std::make_unique<ScriptedRecognizer>(), false, noDrafts());
+    feedAudio(unprepared, tone(1));
+    EXPECT_EQ(QCoro::waitFor(unprepared.finish()), "");
+}
+
+TEST(ParakeetTranscriber, AFailedPhraseIsReportedAndTheDictationGoesOn)
+{
+    auto recognizer = std::make_unique<ScriptedRecognizer>();
+    auto *script = recognizer.get();
+    ParakeetTranscriber transcriber(std::move(recognizer), true, noDrafts());
+    CallbackLog log;
+    log.attach(transcriber);
+    QCoro::waitFor(transcriber.prepare());
+    feedAudio(transcriber, tone(1) + silence(1) + tone(1) + silence(1) + tone(1));
+    auto first = script->next();
+    ASSERT_TRUE(first);
+    ScriptedRecognizer::fail(*first, "Decoder.onnx failed: out of memory");
+    auto second = script->next();
+    ASSERT_TRUE(second);
+    ScriptedRecognizer::answer(*second, "second");
+    auto finished = transcriber.finish();
+    auto last = script->next(); // the flushed tail
+    ASSERT_TRUE(last);
+    ScriptedRecognizer::answer(*last, "third");
+    EXPECT_EQ(QCoro::waitFor(std::move(finished)), "second third");
+    EXPECT_EQ(transcriber.failure(), "Decoder.onnx failed: out of memory");
+    EXPECT_EQ(log.entries(), QStringList({"text: second", "commit: second", "text: second third",
+                                          "commit: third"}));
+
+    // A model folder that cannot be loaded: every phrase fails with the loader's message.
+    ParakeetRuntime runtime({std::chrono::hours(1), false});
+    const QString absent = fixturePath("no-such-model");
+    ParakeetTranscriber broken(std::make_unique<RuntimeRecognizer>(runtime, absent), false,
+                               noDrafts());
+    QCoro::waitFor(broken.prepare());
+    feedAudio(broken, ToneSentence::load().samples());
+    EXPECT_EQ(QCoro::waitFor(broken.finish()), "");
+    EXPECT_EQ(broken.failure(),
+              QStringLiteral("The model folder %1 does not exist.").arg(QDir::cleanPath(absent)));
+}
+
+TEST(ParakeetTranscriber, CancelStopsAtOnceAndDeliversNothingMore)
+{
+    auto script = std::make_shared<ScriptedRecognizer>();
+    auto transcriber = std::make_unique<ParakeetTranscriber>(std::make_unique<SharedScript>(script),
+                                                             true, noDrafts());
+    CallbackLog log;
+    log.attach(*transcriber);
+    QCoro::waitFor(transcriber->prepare());
+    feedAudio(*transcriber, tone(1) + silence(1) + tone(1) + silence(1));
+    auto first = script->next();
+    ASSERT_TRUE(first);
+    EXPECT_FALSE(first->stop.stop_requested());
+
+    transcriber->cancel();
+    // The phrase being transcribed is told to stop; its late answer is not delivered, and the
+    // phrase queued behind it is never asked for.
+    EXPECT_TRUE(first->stop.stop_requested());
+    ScriptedRecognizer::answer(*first, "late");
+    feedAudio(*transcriber, tone(1) + silence(1)); // audio after cancel goes nowhere
+    transcriber.reset();                           // joins the consumer and the drafter
+    EXPECT_TRUE(log.entries().isEmpty());
+    EXPECT_EQ(script->pending(), 0u);
+}
+
+TEST(ParakeetTranscriber, DraftsShowTheUnfinishedPhraseOnlyWhileItIsCurrent)
+{
+    if constexpr (!kSegmenterDrafts) {
+        GTEST_SKIP() << "this segmenter offers no snapshot of the phrase in progress";
+    } else {
+        // Half a second of speech, still going: a draft of it is shown, after the commits.
+        {
+            auto script = std::make_shared<ScriptedRecognizer>();
+            ParakeetTranscriber transcriber(std::make_unique<SharedScript>(script), true, {10ms});
+            CallbackLog log;
+            log.attach(transcriber);
+            QCoro::waitFor(transcriber.prepare());
+            feedAudio(transcriber, tone(1) + silence(1));
+            auto phrase = script->next();
+            ASSERT_TRUE(phrase);
+            EXPECT_EQ(phrase->samples.size(), size_t(1.2 * 16000)); // cut, not a draft
+            ScriptedRecognizer::answer(*phrase, "one");
+
+            feedAudio(transcriber, tone(0.5));
+            auto draft = script->next();
+            ASSERT_TRUE(draft);
+            // The pre-roll and the speech so far.
+            EXPECT_EQ(draft->samples.size() % Segmenter::frame, 0u);
+            EXPECT_GE(draft->samples.size(), size_t(Segmenter::minSpeech));
+            ScriptedRecognizer::answer(*draft, "draft");
+            EXPECT_TRUE(eventually([&] { return log.entries().contains("text: one draft"); }));
+            EXPECT_EQ(log.entries().mid(0, 2), QStringList({"text: one", "commit: one"}));
+        }
+
+        // A draft whose phrase is cut while it is being made is not shown: a click at the very
+        // start, enough silence after it to draft, then silence until the phrase is cut (and,
+        // holding too little speech, discarded, so nothing is queued either).
+        {
+            auto script = std::make_shared<ScriptedRecognizer>();
+            auto transcriber = std::make_unique<ParakeetTranscriber>(
+                std::make_unique<SharedScript>(script), true, ParakeetTranscriber::Options{10ms});
+            CallbackLog log;
+            log.attach(*transcriber);
+            QCoro::waitFor(transcriber->prepare());
+            feedAudio(*transcriber, tone(0.02) + silence(0.3));
+            auto stale = script->next();
+            ASSERT_TRUE(stale);
+            feedAudio(*transcriber, silence(2));
+            ScriptedRecognizer::answer(*stale, "stale");
+            // The drafter asks for the next draft only once it has dealt with this one.
+            feedAudio(*transcriber, tone(0.02) + silence(0.3));
+            ASSERT_TRUE(script->next());
+            transcriber.reset();
+            EXPECT_TRUE(log.entries().isEmpty()) << log.entries().join(" | ").toStdString();
+        }
+
+        // After finish begins no draft is shown, even one already under way.
+        {
+            auto script = std::make_shared<ScriptedRecognizer>();
+            ParakeetTranscriber transcriber(std::make_unique<SharedScript>(script), true, {10ms});
+            CallbackLog log;
+            log.attach(transcriber);
+            QCoro::waitFor(transcriber.prepare());
+            feedAudio(transcriber, tone(0.5));
+            auto late = script->next();
+            ASSERT_TRUE(late);
+            auto finishing = transcriber.finish();
+            EXPECT_TRUE(late->stop.stop_requested());
+            ScriptedRecognizer::answer(*late, "late");
+            auto phrase = script->next();
+            ASSERT_TRUE(phrase);
+            ScriptedRecognizer::answer(*phrase, "final");
+            EXPECT_EQ(QCoro::waitFor(std::move(finishing)), "final");
+            EXPECT_EQ(log.entries(), QStringList({"text: final", "commit: final"}));
+        }
+    }
+}

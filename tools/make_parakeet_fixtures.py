@@ -1,0 +1,842 @@
+#!/usr/bin/python3
+"""Writes small Parakeet TDT model folders for Vocari's tests, and large synthetic ones for its
+benchmarks, with the exact tensor contracts of both ONNX layouts.
+
+The test networks recognise tones instead of speech: the preprocessor measures, in every 10 ms
+frame, the energy at a fixed set of frequencies; the encoder averages four frames and adds a
+"silence" channel with a constant level; the joint network picks the loudest channel, maps it to
+a token and answers blank for silence or for the token it emitted last. A signal of tones and
+pauses (described in sentence.json, also written as a WAV file) therefore decodes to a known
+sentence, in both layouts. Everything is deterministic: the same command writes the same bytes.
+
+    make_parakeet_fixtures.py OUT            test fixtures (a few hundred kB)
+    make_parakeet_fixtures.py --bench OUT    realistic-size networks with random weights
+
+Needs only python3-onnx and python3-numpy from Debian.
+"""
+
+import argparse
+import json
+import os
+import sys
+import wave
+
+import numpy as np
+import onnx
+from onnx import TensorProto, helper, numpy_helper
+
+OPSET = 17
+IR_VERSION = 8
+SAMPLE_RATE = 16000
+HOP = 160  # 10 ms feature frames
+SUBSAMPLING = 4  # 40 ms encoder frames
+FEATURES = 128  # the community export's "nemo128" width
+WIDTH = 16  # encoder frame width D
+STATE = (2, 1, 640)
+SPLIT_BLANK = 8192
+FIXED_SAMPLES = 240000
+SILENCE_LEVEL = 0.002  # energy of the silence channel: a tone of amplitude 0.045
+AMPLITUDE = 0.3
+
+PIECES = [
+    "<unk>",
+    "<en>",
+    "\u2581Hello",
+    ",",
+    "\u2581world",
+    ".",
+    "\u2581This",
+    "\u2581is",
+    "\u2581Voc",
+    "ari",
+    "\u2581unused",
+    "s",
+]
+COMMUNITY_BLANK = len(PIECES)  # "<blk>" is the last line of vocab.txt
+PHRASES = [[1, 2, 3, 4, 5], [6, 7, 8, 9, 5]]  # "<en> Hello, world." and "This is Vocari."
+REPEAT_TOKEN = 9  # "ari"
+
+
+def tone_of(token):
+    """The frequency that stands for a token: 100 Hz steps, whole cycles per 10 ms frame."""
+    return (token + 4) * 100.0
+
+
+# --------------------------------------------------------------------------------------------
+# Graph helpers
+
+
+def ints(*values):
+    return np.array(values, dtype=np.int64)
+
+
+def const(name, array):
+    return numpy_helper.from_array(np.asarray(array), name)
+
+
+def tensor(name, elem, shape):
+    return helper.make_tensor_value_info(name, elem, shape)
+
+
+def save(graph_nodes, name, inputs, outputs, initializers, path, check=True):
+    graph = helper.make_graph(graph_nodes, name, inputs, outputs, initializers)
+    model = helper.make_model(
+        graph,
+        opset_imports=[helper.make_opsetid("", OPSET)],
+        producer_name="vocari-fixtures",
+        producer_version="1",
+    )
+    model.ir_version = IR_VERSION
+    if check:  # the checker insists on shapes, which one failure fixture leaves out on purpose
+        onnx.checker.check_model(model)
+    onnx.save(model, path)
+
+
+def node(op, inputs, outputs, **attrs):
+    return helper.make_node(op, inputs, outputs, **attrs)
+
+
+# --------------------------------------------------------------------------------------------
+# Tone networks
+
+
+def tone_basis():
+    """[HOP, 2 * FEATURES]: cosine then sine projections; columns past the tokens are zero."""
+    t = np.arange(HOP) / SAMPLE_RATE
+    basis = np.zeros((HOP, 2 * FEATURES), dtype=np.float32)
+    for token in range(len(PIECES)):
+        w = 2 * np.pi * tone_of(token) * t
+        basis[:, token] = np.cos(w) * 2 / HOP
+        basis[:, FEATURES + token] = np.sin(w) * 2 / HOP
+    return basis
+
+
+def write_preprocessor(path, names, length_type, fixed):
+    """Tone energies per 10 ms frame: [1, N] samples → [1, FEATURES, N / 160]."""
+    signal, signal_len, feats, feats_len = names
+    samples = FIXED_SAMPLES if fixed else "samples"
+    nodes = [
+        node("Shape", [signal], ["shape"]),
+        node("Gather", ["shape", "one"], ["n"], axis=0),
+        node("Div", ["n", "hop"], ["frames"]),
+        node("Mul", ["frames", "hop"], ["used"]),
+        node("Reshape", ["used", "one1"], ["used1"]),
+        node("Reshape", ["frames", "one1"], ["frames1"]),
+        node("Slice", [signal, "zero1", "used1", "one1"], ["trimmed"]),
+        node("Concat", ["one1", "frames1", "hop1"], ["frame_shape"], axis=0),
+        node("Reshape", ["trimmed", "frame_shape"], ["framed"]),
+        node("MatMul", ["framed", "basis"], ["proj"]),
+        node("Mul", ["proj", "proj"], ["power"]),
+        node("Reshape", ["power", "split_shape"], ["halves"]),
+        node("ReduceSum", ["halves", "axis2"], ["energy"], keepdims=0),
+        node("Transpose", ["energy"], [feats], perm=[0, 2, 1]),
+        node("Cast", [signal_len], ["len64"], to=TensorProto.INT64),
+        node("Div", ["len64", "hop1"], ["flen64"]),
+        node("Cast", ["flen64"], [feats_len], to=length_type),
+    ]
+    inits = [
+        const("one", np.array(1, dtype=np.int64)),
+        const("one1", np.array([1], dtype=np.int64)),
+        const("zero1", np.array([0], dtype=np.int64)),
+        const("hop", np.array(HOP, dtype=np.int64)),
+        const("hop1", np.array([HOP], dtype=np.int64)),
+        const("basis", tone_basis()),
+        const("split_shape", np.array([1, -1, 2, FEATURES], dtype=np.int64)),
+        const("axis2", np.array([2], dtype=np.int64)),
+    ]
+    save(
+        nodes,
+        "preprocessor",
+        [tensor(signal, TensorProto.FLOAT, [1, samples]), tensor(signal_len, length_type, [1])],
+        [
+            tensor(feats, TensorProto.FLOAT, [1, FEATURES, "frames"]),
+            tensor(feats_len, length_type, [1]),
+        ],
+        inits,
+        path,
+    )
+
+
+def write_encoder(path, names, length_type, rank=3):
+    """Averages four feature frames and maps tone bins to channels, plus a silence channel."""
+    feats, feats_len, encoded, encoded_len = names
+    projection = np.zeros((FEATURES, WIDTH), dtype=np.float32)
+    for token in range(len(PIECES)):
+        projection[token, token] = 1.0
+    bias = np.zeros(WIDTH, dtype=np.float32)
+    bias[len(PIECES)] = SILENCE_LEVEL
+    nodes = [
+        node("Shape", [feats], ["shape"]),
+        node("Gather", ["shape", "two"], ["t"], axis=0),
+        node("Div", ["t", "sub"], ["t4"]),
+        node("Mul", ["t4", "sub"], ["used"]),
+        node("Reshape", ["used", "one1"], ["used1"]),
+        node("Slice", [feats, "zero1", "used1", "two1"], ["trimmed"]),
+        node("Reshape", ["trimmed", "pool_shape"], ["grouped"]),
+        node("ReduceMean", ["grouped"], ["pooled"], axes=[3], keepdims=0),
+        node("Transpose", ["pooled"], ["by_time"], perm=[0, 2, 1]),
+        node("MatMul", ["by_time", "projection"], ["mapped"]),
+        node("Add", ["mapped", "bias"], ["biased"]),
+        node("Transpose", ["biased"], [encoded if rank == 3 else "full"], perm=[0, 2, 1]),
+        node("Cast", [feats_len], ["len64"], to=TensorProto.INT64),
+        node("Div", ["len64", "sub1"], ["elen64"]),
+        node("Cast", ["elen64"], [encoded_len], to=length_type),
+    ]
+    if rank == 2:  # a declared [D, T] output
+        nodes.append(node("Reshape", ["full", "flat_shape"], [encoded]))
+    elif rank == "squeezed":  # [D, T] at run time, its rank unknown until then
+        nodes += [
+            node("Mul", ["len64", "zero_i"], ["zero_dyn"]),
+            node("Squeeze", ["full", "zero_dyn"], [encoded]),
+        ]
+    inits = [
+        const("two", np.array(2, dtype=np.int64)),
+        const("one1", np.array([1], dtype=np.int64)),
+        const("two1", np.array([2], dtype=np.int64)),
+        const("zero1", np.array([0], dtype=np.int64)),
+        const("sub", np.array(SUBSAMPLING, dtype=np.int64)),
+        const("sub1", np.array([SUBSAMPLING], dtype=np.int64)),
+        const("pool_shape", np.array([1, FEATURES, -1, SUBSAMPLING], dtype=np.int64)),
+        const("projection", projection),
+        const("bias", bias),
+        const("flat_shape", np.array([WIDTH, -1], dtype=np.int64)),
+        const("zero_i", np.array(0, dtype=np.int64)),
+    ]
+    out_shape = [1, WIDTH, "frames"] if rank == 3 else None  # left to shape inference
+    save(
+        nodes,
+        "encoder",
+        [
+            tensor(feats, TensorProto.FLOAT, [1, FEATURES, "features"]),
+            tensor(feats_len, length_type, [1]),
+        ],
+        [tensor(encoded, TensorProto.FLOAT, out_shape), tensor(encoded_len, length_type, [1])],
+        inits,
+        path,
+        check=rank == 3,
+    )
+
+
+def decision_nodes(frame, last_token, blank):
+    """Nodes that turn an encoder frame [1, WIDTH, 1] and the last token (int64 [1]) into
+    "token" and "frames" (int64 [1]): the loudest channel's token, or blank for silence or for
+    the token emitted last; two frames ahead after a token or in silence, one on a held tone."""
+    channel_token = np.full(WIDTH, blank, dtype=np.int64)
+    channel_token[: len(PIECES)] = np.arange(len(PIECES))
+    nodes = [
+        node("Reshape", [frame, "width1"], ["flat"]),
+        node("ArgMax", ["flat"], ["channel"], axis=0, keepdims=1),
+        node("Gather", ["channel_token", "channel"], ["heard"], axis=0),
+        node("Equal", ["heard", last_token], ["held"]),
+        node("Equal", ["heard", "blank1"], ["silent"]),
+        node("Where", ["held", "blank1", "heard"], ["token"]),
+        node("Not", ["silent"], ["sounding"]),
+        node("And", ["held", "sounding"], ["holding"]),
+        node("Where", ["holding", "one_frame", "two_frames"], ["frames"]),
+    ]
+    inits = [
+        const("width1", np.array([WIDTH], dtype=np.int64)),
+        const("channel_token", channel_token),
+        const("blank1", np.array([blank], dtype=np.int64)),
+        const("one_frame", np.array([1], dtype=np.int64)),
+        const("two_frames", np.array([2], dtype=np.int64)),
+    ]
+    return nodes, inits
+
+
+def write_split_decoder(path, drop_output=None):
+    """The prediction network's stand-in: its output is the last token; h and c move on."""
+    nodes = [
+        node("Cast", ["targets"], ["target_f"], to=TensorProto.FLOAT),
+        node("Cast", ["target_length"], ["length_f"], to=TensorProto.FLOAT),
+        node("Mul", ["target_f", "length_f"], ["token_f"]),
+        node("Reshape", ["token_f", "out_shape"], ["decoder"]),
+        node("Mul", ["h_in", "half"], ["h_half"]),
+        node("Add", ["h_half", "one_f"], ["h_out"]),
+        node("Add", ["c_in", "one_f"], ["c_out"]),
+    ]
+    inits = [
+        const("out_shape", np.array([1, 1, 1], dtype=np.int64)),
+        const("half", np.array(0.5, dtype=np.float32)),
+        const("one_f", np.array(1.0, dtype=np.float32)),
+    ]
+    outputs = [
+        tensor("decoder", TensorProto.FLOAT, [1, 1, 1]),
+        tensor("h_out", TensorProto.FLOAT, list(STATE)),
+        tensor("c_out", TensorProto.FLOAT, list(STATE)),
+    ]
+    if drop_output:
+        outputs = [o for o in outputs if o.name != drop_output]
+        nodes = [n for n in nodes if drop_output not in n.output]
+    save(
+        nodes,
+        "decoder",
+        [
+            tensor("targets", TensorProto.INT32, [1, 1]),
+            tensor("target_length", TensorProto.INT32, [1]),
+            tensor("h_in", TensorProto.FLOAT, list(STATE)),
+            tensor("c_in", TensorProto.FLOAT, list(STATE)),
+        ],
+        outputs,
+        inits,
+        path,
+    )
+
+
+def write_split_joint(path, behaviour="tones", frame_input="encoder_step"):
+    """JointDecisionv3: "tones" decodes the tone sentence; "blank" always answers blank with
+    duration 0; "repeat" always answers REPEAT_TOKEN with duration 0; "empty" answers an empty
+    token_id tensor."""
+    inputs = [
+        tensor(frame_input, TensorProto.FLOAT, [1, WIDTH, 1]),
+        tensor("decoder_step", TensorProto.FLOAT, [1, 1, 1]),
+    ]
+    if behaviour == "tones":
+        nodes, inits = decision_nodes(frame_input, "last", SPLIT_BLANK)
+        nodes = [
+            node("Reshape", ["decoder_step", "one1"], ["last_f"]),
+            node("Cast", ["last_f"], ["last"], to=TensorProto.INT64),
+        ] + nodes
+        inits.append(const("one1", np.array([1], dtype=np.int64)))
+    else:
+        token = {"blank": SPLIT_BLANK, "repeat": REPEAT_TOKEN, "empty": 0}[behaviour]
+        # The inputs still feed the answer (times zero), so the network keeps them.
+        nodes = [
+            node("ReduceSum", [frame_input], ["s1"], keepdims=0),
+            node("ReduceSum", ["decoder_step"], ["s2"], keepdims=0),
+            node("Add", ["s1", "s2"], ["s"]),
+            node("Mul", ["s", "zero_f"], ["z"]),
+            node("Cast", ["z"], ["z64"], to=TensorProto.INT64),
+            node("Add", ["fixed", "z64"], ["token_all"]),
+            node("Slice", ["token_all", "zero1", "token_end", "zero1"], ["token"]),
+            node("Add", ["zero_frames", "z64"], ["frames"]),
+        ]
+        inits = [
+            const("zero_f", np.array(0.0, dtype=np.float32)),
+            const("fixed", np.array([token], dtype=np.int64)),
+            const("zero1", np.array([0], dtype=np.int64)),
+            const("token_end", np.array([0 if behaviour == "empty" else 1], dtype=np.int64)),
+            const("zero_frames", np.array([0], dtype=np.int64)),
+        ]
+    nodes += [
+        node("Cast", ["token"], ["token_id"], to=TensorProto.INT32),
+        node("Cast", ["frames"], ["duration"], to=TensorProto.INT32),
+    ]
+    save(
+        nodes,
+        "joint",
+        inputs,
+        [tensor("token_id", TensorProto.INT32, ["n"]), tensor("duration", TensorProto.INT32, [1])],
+        inits,
+        path,
+    )
+
+
+def write_fused_decoder_joint(path, token_scores=None):
+    """decoder_joint-model: the last token arrives as "targets"; the answer is token scores over
+    the vocabulary (blank last) followed by five duration scores. token_scores makes a network
+    for a smaller vocabulary than vocab.txt's."""
+    vocab = token_scores or COMMUNITY_BLANK + 1
+    nodes, inits = decision_nodes("encoder_outputs", "last", COMMUNITY_BLANK)
+    nodes = (
+        [
+            node("Reshape", ["targets", "one1"], ["last32"]),
+            node("Cast", ["last32"], ["last"], to=TensorProto.INT64),
+        ]
+        + nodes
+        + [
+            node("OneHot", ["token", "vocab", "score_values"], ["token_scores"], axis=-1),
+            node("OneHot", ["frames", "durations", "score_values"], ["duration_scores"], axis=-1),
+            node("Concat", ["token_scores", "duration_scores"], ["scores"], axis=-1),
+            node("Reshape", ["scores", "scores_shape"], ["outputs"]),
+            node("Mul", ["input_states_1", "half"], ["s1_half"]),
+            node("Add", ["s1_half", "one_f"], ["output_states_1"]),
+            node("Add", ["input_states_2", "one_f"], ["output_states_2"]),
+            node("Identity", ["target_length"], ["prednet_lengths"]),
+        ]
+    )
+    inits += [
+        const("one1", np.array([1], dtype=np.int64)),
+        const("vocab", np.array([vocab], dtype=np.int64)),
+        const("durations", np.array([5], dtype=np.int64)),
+        const("score_values", np.array([0.0, 10.0], dtype=np.float32)),
+        const("scores_shape", np.array([1, 1, 1, -1], dtype=np.int64)),
+        const("half", np.array(0.5, dtype=np.float32)),
+        const("one_f", np.array(1.0, dtype=np.float32)),
+    ]
+    save(
+        nodes,
+        "decoder_joint",
+        [
+            tensor("encoder_outputs", TensorProto.FLOAT, [1, WIDTH, 1]),
+            tensor("targets", TensorProto.INT32, [1, 1]),
+            tensor("target_length", TensorProto.INT32, [1]),
+            tensor("input_states_1", TensorProto.FLOAT, list(STATE)),
+            tensor("input_states_2", TensorProto.FLOAT, list(STATE)),
+        ],
+        [
+            tensor("outputs", TensorProto.FLOAT, [1, 1, 1, vocab + 5]),
+            tensor("prednet_lengths", TensorProto.INT32, [1]),
+            tensor("output_states_1", TensorProto.FLOAT, list(STATE)),
+            tensor("output_states_2", TensorProto.FLOAT, list(STATE)),
+        ],
+        inits,
+        path,
+    )
+
+
+SPLIT_FRONT = (
+    ("audio_signal", "audio_length", "mel", "mel_length"),
+    ("mel", "mel_length", "encoder", "encoder_length"),
+)
+COMMUNITY_FRONT = (
+    ("waveforms", "waveforms_lens", "features", "features_lens"),
+    ("audio_signal", "length", "outputs", "encoded_lengths"),
+)
+
+
+def write_split_vocabulary(path):
+    vocab = {str(i): piece for i, piece in enumerate(PIECES)}
+    with open(path, "w", encoding="utf-8") as f:
+        json.dump(vocab, f, ensure_ascii=False, indent=0, sort_keys=False)
+
+
+def write_community_vocabulary(path):
+    with open(path, "w", encoding="utf-8") as f:
+        for i, piece in enumerate(PIECES):
+            f.write(f"{piece} {i}\n")
+        f.write(f"<blk> {COMMUNITY_BLANK}\n")
+
+
+def split_folder(out, name, fixed=True, joint="tones", drop_decoder_output=None,
+                 joint_frame_input="encoder_step", encoder_rank=3):
+    folder = os.path.join(out, name)
+    os.makedirs(folder, exist_ok=True)
+
+    def path(name):
+        return os.path.join(folder, name)
+
+    write_preprocessor(path("Preprocessor.onnx"), SPLIT_FRONT[0], TensorProto.INT32, fixed)
+    write_encoder(path("Encoder.onnx"), SPLIT_FRONT[1], TensorProto.INT32, encoder_rank)
+    write_split_decoder(os.path.join(folder, "Decoder.onnx"), drop_decoder_output)
+    write_split_joint(os.path.join(folder, "JointDecisionv3.onnx"), joint, joint_frame_input)
+    write_split_vocabulary(os.path.join(folder, "parakeet_v3_vocab.json"))
+
+
+def community_folder(out, name, token_scores=None):
+    folder = os.path.join(out, name)
+    os.makedirs(folder, exist_ok=True)
+
+    def path(name):
+        return os.path.join(folder, name)
+
+    write_preprocessor(path("nemo128.onnx"), COMMUNITY_FRONT[0], TensorProto.INT64, False)
+    write_encoder(path("encoder-model.int8.onnx"), COMMUNITY_FRONT[1], TensorProto.INT64)
+    write_fused_decoder_joint(os.path.join(folder, "decoder_joint-model.int8.onnx"), token_scores)
+    write_community_vocabulary(os.path.join(folder, "vocab.txt"))
+
+
+# --------------------------------------------------------------------------------------------
+# The tone sentence
+
+
+def sentence_plan():
+    """Tones of 0.2 s with 0.1 s gaps; 1.5 s of silence between the phrases."""
+    segments = [{"silence": 0.5}]
+    for index, phrase in enumerate(PHRASES):
+        if index:
+            segments.append({"silence": 1.5})
+        for token in phrase:
+            segments.append({"tone": tone_of(token), "seconds": 0.2})
+            segments.append({"silence": 0.1})
+    segments.append({"silence": 0.8})
+    texts = []
+    for phrase in PHRASES:
+        text = "".join(PIECES[t] for t in phrase if not PIECES[t].startswith("<"))
+        texts.append(text.replace("\u2581", " ").strip())
+    return {
+        "sampleRate": SAMPLE_RATE,
+        "amplitude": AMPLITUDE,
+        "segments": segments,
+        "phrases": texts,
+        "text": " ".join(texts),
+        "repeatPiece": PIECES[REPEAT_TOKEN],
+        "hop": HOP,
+        "subsampling": SUBSAMPLING,
+    }
+
+
+def synthesize(plan, rate):
+    """The plan's signal at any rate; tone phase restarts at each tone, as the C++ tests do."""
+    parts = []
+    for segment in plan["segments"]:
+        if "silence" in segment:
+            parts.append(np.zeros(int(round(segment["silence"] * rate))))
+        else:
+            n = int(round(segment["seconds"] * rate))
+            t = np.arange(n) / rate
+            parts.append(plan["amplitude"] * np.sin(2 * np.pi * segment["tone"] * t))
+    return np.concatenate(parts)
+
+
+def write_wav(path, samples, rate, channels):
+    pcm = np.clip(np.round(samples * 32767), -32768, 32767).astype("<i2")
+    frames = np.repeat(pcm[:, None], channels, axis=1).tobytes()
+    with wave.open(path, "wb") as f:
+        f.setnchannels(channels)
+        f.setsampwidth(2)
+        f.setframerate(rate)
+        f.writeframes(frames)
+
+
+def write_test_fixtures(out):
+    os.makedirs(out, exist_ok=True)
+    split_folder(out, "split")
+    split_folder(out, "split-dynamic", fixed=False)
+    community_folder(out, "community")
+    split_folder(out, "blank-joint", joint="blank")
+    split_folder(out, "repeat-joint", joint="repeat")
+    split_folder(out, "empty-token", joint="empty")
+    split_folder(out, "missing-output", drop_decoder_output="c_out")
+    split_folder(out, "renamed-input", joint_frame_input="encoder_frame")
+    split_folder(out, "flat-encoder", encoder_rank=2)
+    split_folder(out, "squeezed-encoder", encoder_rank="squeezed")
+    community_folder(out, "short-scores", token_scores=5)
+
+    plan = sentence_plan()
+    with open(os.path.join(out, "sentence.json"), "w", encoding="utf-8") as f:
+        json.dump(plan, f, ensure_ascii=False, indent=1)
+    # The file a microphone might have recorded: 44.1 kHz stereo, 16-bit.
+    write_wav(os.path.join(out, "sentence.wav"), synthesize(plan, 44100), 44100, 2)
+    with open(os.path.join(out, "not-a-wav.wav"), "wb") as f:
+        f.write(b"This is plain text, not RIFF audio.\n")
+
+
+# --------------------------------------------------------------------------------------------
+# Realistic-size networks for the benchmarks
+
+
+MEL_BINS = 128
+N_FFT = 512
+WINDOW = 400
+ENC_WIDTH = 1024
+ENC_LAYERS = 24
+ENC_HEADS = 8
+ENC_FF = 4096
+ENC_SUBSAMPLING = 8
+CONV_KERNEL = 9
+PRED = 640
+VOCAB = 8192
+DURATIONS = 5
+
+
+def mel_filterbank():
+    def hz_to_mel(f):
+        return 2595.0 * np.log10(1.0 + f / 700.0)
+
+    bins = N_FFT // 2 + 1
+    mels = np.linspace(hz_to_mel(0), hz_to_mel(SAMPLE_RATE / 2), MEL_BINS + 2)
+    edges = 700.0 * (10 ** (mels / 2595.0) - 1)
+    freqs = np.linspace(0, SAMPLE_RATE / 2, bins)
+    bank = np.zeros((bins, MEL_BINS), dtype=np.float32)
+    for m in range(MEL_BINS):
+        lo, mid, hi = edges[m], edges[m + 1], edges[m + 2]
+        up = (freqs - lo) / max(mid - lo, 1e-6)
+        down = (hi - freqs) / max(hi - mid, 1e-6)
+        bank[:, m] = np.maximum(0, np.minimum(up, down))
+    return bank
+
+
+def write_mel_preprocessor(path, fixed):
+    """Log-mel features as a real export computes them: 25 ms Hann windows every 10 ms, a
+    512-point power spectrum (a convolution with windowed DFT kernels) and 128 mel bands."""
+    bins = N_FFT // 2 + 1
+    n = np.arange(WINDOW)
+    window = 0.5 - 0.5 * np.cos(2 * np.pi * n / WINDOW)
+    k = np.arange(bins)[:, None]
+    kernels = np.concatenate(
+        [np.cos(2 * np.pi * k * n / N_FFT) * window, -np.sin(2 * np.pi * k * n / N_FFT) * window]
+    ).astype(np.float32)[:, None, :]
+    nodes = [
+        node("Unsqueeze", ["audio_signal", "axis1"], ["signal3"]),
+        node("Conv", ["signal3", "dft"], ["spectrum"], strides=[HOP],
+             pads=[WINDOW // 2, WINDOW // 2]),
+        node("Mul", ["spectrum", "spectrum"], ["squared"]),
+        node("Reshape", ["squared", "halves_shape"], ["halves"]),
+        node("ReduceSum", ["halves", "axis1"], ["power"], keepdims=0),
+        node("Transpose", ["power"], ["power_t"], perm=[0, 2, 1]),
+        node("MatMul", ["power_t", "mel_bank"], ["mel_t"]),
+        node("Add", ["mel_t", "floor"], ["mel_floor"]),
+        node("Log", ["mel_floor"], ["log_mel"]),
+        node("Transpose", ["log_mel"], ["mel"], perm=[0, 2, 1]),
+        node("Cast", ["audio_length"], ["len64"], to=TensorProto.INT64),
+        node("Div", ["len64", "hop1"], ["frames64"]),
+        node("Add", ["frames64", "one1"], ["frames_plus"]),
+        node("Cast", ["frames_plus"], ["mel_length"], to=TensorProto.INT32),
+    ]
+    inits = [
+        const("axis1", np.array([1], dtype=np.int64)),
+        const("dft", kernels),
+        const("halves_shape", np.array([1, 2, bins, -1], dtype=np.int64)),
+        const("mel_bank", mel_filterbank()),
+        const("floor", np.array(1e-5, dtype=np.float32)),
+        const("hop1", np.array([HOP], dtype=np.int64)),
+        const("one1", np.array([1], dtype=np.int64)),
+    ]
+    save(
+        nodes,
+        "mel_preprocessor",
+        [
+            tensor("audio_signal", TensorProto.FLOAT, [1, FIXED_SAMPLES if fixed else "samples"]),
+            tensor("audio_length", TensorProto.INT32, [1]),
+        ],
+        [
+            tensor("mel", TensorProto.FLOAT, [1, MEL_BINS, "frames"]),
+            tensor("mel_length", TensorProto.INT32, [1]),
+        ],
+        inits,
+        path,
+    )
+
+
+class GraphBuilder:
+    def __init__(self, rng):
+        self.rng = rng
+        self.nodes = []
+        self.inits = {}
+        self.count = 0
+
+    def name(self, prefix):
+        self.count += 1
+        return f"{prefix}_{self.count}"
+
+    def weight(self, name, shape, scale=None):
+        if name not in self.inits:
+            fan_in = shape[0] if len(shape) > 1 else 1
+            scale = scale if scale is not None else 1.0 / np.sqrt(fan_in)
+            values = (self.rng.standard_normal(shape) * scale).astype(np.float32)
+            self.inits[name] = const(name, values)
+        return name
+
+    def constant(self, name, array):
+        if name not in self.inits:
+            self.inits[name] = const(name, array)
+        return name
+
+    def op(self, op, inputs, **attrs):
+        out = self.name(op.lower())
+        self.nodes.append(node(op, inputs, [out], **attrs))
+        return out
+
+    def linear(self, x, key, fan_in, fan_out):
+        y = self.op("MatMul", [x, self.weight(f"{key}_w", (fan_in, fan_out))])
+        return self.op("Add", [y, self.weight(f"{key}_b", (fan_out,), scale=0.01)])
+
+    def swish(self, x):
+        return self.op("Mul", [x, self.op("Sigmoid", [x])])
+
+    def layer_norm(self, x, key):
+        scale = self.constant(f"{key}_ln_scale", np.ones(ENC_WIDTH, dtype=np.float32))
+        bias = self.constant(f"{key}_ln_bias", np.zeros(ENC_WIDTH, dtype=np.float32))
+        return self.op("LayerNormalization", [x, scale, bias], axis=-1, epsilon=1e-5)
+
+
+def conformer_layer(g, x):
+    """One FastConformer block: half feed-forward, self-attention, convolution, half
+    feed-forward, normalisation. Every layer shares one set of random weights, which keeps
+    the file small while the compute stays that of 24 distinct layers."""
+    half = g.constant("half", np.array(0.5, dtype=np.float32))
+
+    def feed_forward(x, key):
+        h = g.layer_norm(x, key)
+        h = g.swish(g.linear(h, f"{key}_in", ENC_WIDTH, ENC_FF))
+        h = g.linear(h, f"{key}_out", ENC_FF, ENC_WIDTH)
+        return g.op("Add", [x, g.op("Mul", [h, half])])
+
+    x = feed_forward(x, "ff1")
+
+    head = ENC_WIDTH // ENC_HEADS
+    h = g.layer_norm(x, "att")
+    heads_shape = g.constant("heads_shape", np.array([1, -1, ENC_HEADS, head], dtype=np.int64))
+    q, k, v = (
+        g.op("Transpose",
+             [g.op("Reshape", [g.linear(h, f"att_{p}", ENC_WIDTH, ENC_WIDTH), heads_shape])],
+             perm=[0, 2, 1, 3])
+        for p in "qkv"
+    )
+    scores = g.op("MatMul", [q, g.op("Transpose", [k], perm=[0, 1, 3, 2])])
+    scale = g.constant("att_scale", np.array(1 / np.sqrt(head), dtype=np.float32))
+    scores = g.op("Mul", [scores, scale])
+    context = g.op("MatMul", [g.op("Softmax", [scores], axis=-1), v])
+    width_shape = g.constant("width_shape", ints(1, -1, ENC_WIDTH))
+    context = g.op("Reshape", [g.op("Transpose", [context], perm=[0, 2, 1, 3]), width_shape])
+    x = g.op("Add", [x, g.linear(context, "att_out", ENC_WIDTH, ENC_WIDTH)])
+
+    h = g.layer_norm(x, "conv")
+    h = g.linear(h, "conv_pw1", ENC_WIDTH, 2 * ENC_WIDTH)
+    split = g.constant("glu_split", np.array([ENC_WIDTH, ENC_WIDTH], dtype=np.int64))
+    a, b = g.name("glu_a"), g.name("glu_b")
+    g.nodes.append(node("Split", [h, split], [a, b], axis=-1))
+    h = g.op("Mul", [a, g.op("Sigmoid", [b])])
+    h = g.op("Transpose", [h], perm=[0, 2, 1])
+    h = g.op("Conv", [h, g.weight("conv_dw", (ENC_WIDTH, 1, CONV_KERNEL), scale=1 / CONV_KERNEL)],
+             group=ENC_WIDTH, pads=[CONV_KERNEL // 2, CONV_KERNEL // 2])
+    h = g.swish(g.op("Transpose", [h], perm=[0, 2, 1]))
+    x = g.op("Add", [x, g.linear(h, "conv_pw2", ENC_WIDTH, ENC_WIDTH)])
+
+    x = feed_forward(x, "ff2")
+    return g.layer_norm(x, "out")
+
+
+def write_conformer_encoder(path):
+    g = GraphBuilder(np.random.default_rng(1))
+    # 8× subsampling: pad the frames to a multiple of eight, stack each eight, project.
+    t = g.op("Gather", [g.op("Shape", ["mel"]), g.constant("two", np.array(2, dtype=np.int64))],
+             axis=0)
+    sub = g.constant("sub", np.array(ENC_SUBSAMPLING, dtype=np.int64))
+    sub_minus = g.constant("sub_minus", np.array(ENC_SUBSAMPLING - 1, dtype=np.int64))
+    groups = g.op("Div", [g.op("Add", [t, sub_minus]), sub])
+    missing = g.op("Sub", [g.op("Mul", [groups, sub]), t])
+    pad = g.op("Reshape", [missing, g.constant("one1", ints(1))])
+    zero = g.constant("zero1", ints(0))
+    pads = g.op("Concat", [zero, zero, zero, zero, zero, pad], axis=0)
+    padded = g.op("Pad", ["mel", pads])
+    by_time = g.op("Transpose", [padded], perm=[0, 2, 1])
+    stack_shape = g.constant("stack_shape", ints(1, -1, MEL_BINS * ENC_SUBSAMPLING))
+    stacked = g.op("Reshape", [by_time, stack_shape])
+    x = g.linear(stacked, "subsampling", MEL_BINS * ENC_SUBSAMPLING, ENC_WIDTH)
+    for _ in range(ENC_LAYERS):
+        x = conformer_layer(g, x)
+    g.nodes.append(node("Transpose", [x], ["encoder"], perm=[0, 2, 1]))
+    length64 = g.op("Cast", ["mel_length"], to=TensorProto.INT64)
+    rounded_up = g.op("Add", [length64, g.constant("sub_minus1", ints(ENC_SUBSAMPLING - 1))])
+    frames = g.op("Div", [rounded_up, g.constant("sub1", ints(ENC_SUBSAMPLING))])
+    g.nodes.append(node("Cast", [frames], ["encoder_length"], to=TensorProto.INT32))
+    save(
+        g.nodes,
+        "conformer_encoder",
+        [
+            tensor("mel", TensorProto.FLOAT, [1, MEL_BINS, "frames"]),
+            tensor("mel_length", TensorProto.INT32, [1]),
+        ],
+        [
+            tensor("encoder", TensorProto.FLOAT, [1, ENC_WIDTH, "steps"]),
+            tensor("encoder_length", TensorProto.INT32, [1]),
+        ],
+        list(g.inits.values()),
+        path,
+    )
+
+
+def write_lstm_decoder(path):
+    """Embedding of the last token and a two-layer LSTM of 640 units."""
+    g = GraphBuilder(np.random.default_rng(2))
+    embedding = g.weight("embedding", (VOCAB + 1, PRED), scale=0.1)
+    embedded = g.op("Gather", [embedding, "targets"], axis=0)
+    x = g.op("Transpose", [embedded], perm=[1, 0, 2])  # [1, 1, 640]: sequence, batch, features
+    hs, cs = [], []
+    for layer in range(2):
+        index = g.constant(f"layer{layer}", np.array([layer], dtype=np.int64))
+        h0 = g.op("Gather", ["h_in", index], axis=0)
+        c0 = g.op("Gather", ["c_in", index], axis=0)
+        y, yh, yc = g.name("y"), g.name("yh"), g.name("yc")
+        w = g.weight(f"lstm{layer}_w", (1, 4 * PRED, PRED), scale=0.04)
+        r = g.weight(f"lstm{layer}_r", (1, 4 * PRED, PRED), scale=0.04)
+        b = g.weight(f"lstm{layer}_b", (1, 8 * PRED), scale=0.01)
+        g.nodes.append(node("LSTM", [x, w, r, b, "", h0, c0], [y, yh, yc], hidden_size=PRED))
+        x = g.op("Squeeze", [y, g.constant("axis1", np.array([1], dtype=np.int64))])
+        hs.append(yh)
+        cs.append(yc)
+    g.nodes.append(node("Concat", hs, ["h_out"], axis=0))
+    g.nodes.append(node("Concat", cs, ["c_out"], axis=0))
+    g.nodes.append(node("Transpose", [x], ["decoder"], perm=[1, 2, 0]))  # [1, 640, 1]
+    g.op("Identity", ["target_length"])
+    save(
+        g.nodes,
+        "lstm_decoder",
+        [
+            tensor("targets", TensorProto.INT32, [1, 1]),
+            tensor("target_length", TensorProto.INT32, [1]),
+            tensor("h_in", TensorProto.FLOAT, list(STATE)),
+            tensor("c_in", TensorProto.FLOAT, list(STATE)),
+        ],
+        [
+            tensor("decoder", TensorProto.FLOAT, [1, PRED, 1]),
+            tensor("h_out", TensorProto.FLOAT, list(STATE)),
+            tensor("c_out", TensorProto.FLOAT, list(STATE)),
+        ],
+        list(g.inits.values()),
+        path,
+    )
+
+
+def write_dense_joint(path):
+    """Encoder and prediction projections to 640, ReLU, scores over 8193 tokens and 5
+    durations, and the best of each."""
+    g = GraphBuilder(np.random.default_rng(3))
+    enc = g.op("Reshape", ["encoder_step", g.constant("enc_shape", ints(1, ENC_WIDTH))])
+    dec = g.op("Reshape", ["decoder_step", g.constant("dec_shape", ints(1, PRED))])
+    projected = [
+        g.linear(enc, "joint_enc", ENC_WIDTH, PRED),
+        g.linear(dec, "joint_dec", PRED, PRED),
+    ]
+    hidden = g.op("Relu", [g.op("Add", projected)])
+    scores = g.linear(hidden, "joint_out", PRED, VOCAB + 1 + DURATIONS)
+    token_scores, duration_scores = g.name("tokens"), g.name("durations")
+    split = g.constant("score_split", ints(VOCAB + 1, DURATIONS))
+    g.nodes.append(node("Split", [scores, split], [token_scores, duration_scores], axis=-1))
+    token = g.op("ArgMax", [token_scores], axis=-1, keepdims=0)
+    frames = g.op("ArgMax", [duration_scores], axis=-1, keepdims=0)
+    g.nodes.append(node("Cast", [token], ["token_id"], to=TensorProto.INT32))
+    g.nodes.append(node("Cast", [frames], ["duration"], to=TensorProto.INT32))
+    save(
+        g.nodes,
+        "dense_joint",
+        [
+            tensor("encoder_step", TensorProto.FLOAT, [1, ENC_WIDTH, 1]),
+            tensor("decoder_step", TensorProto.FLOAT, [1, PRED, 1]),
+        ],
+        [tensor("token_id", TensorProto.INT32, [1]), tensor("duration", TensorProto.INT32, [1])],
+        list(g.inits.values()),
+        path,
+    )
+
+
+def write_bench_fixtures(out):
+    """Two folders sharing one realistic encoder, decoder and joint: "realistic" takes phrases
+    at their real length, "realistic-fixed" pads them to 15 s."""
+    dynamic = os.path.join(out, "realistic")
+    fixed = os.path.join(out, "realistic-fixed")
+    os.makedirs(dynamic, exist_ok=True)
+    os.makedirs(fixed, exist_ok=True)
+    write_mel_preprocessor(os.path.join(dynamic, "Preprocessor.onnx"), fixed=False)
+    write_mel_preprocessor(os.path.join(fixed, "Preprocessor.onnx"), fixed=True)
+    write_conformer_encoder(os.path.join(dynamic, "Encoder.onnx"))
+    write_lstm_decoder(os.path.join(dynamic, "Decoder.onnx"))
+    write_dense_joint(os.path.join(dynamic, "JointDecisionv3.onnx"))
+    with open(os.path.join(dynamic, "parakeet_v3_vocab.json"), "w", encoding="utf-8") as f:
+        json.dump({str(i): f"\u2581w{i}" for i in range(VOCAB)}, f)
+    for name in ("Encoder.onnx", "Decoder.onnx", "JointDecisionv3.onnx", "parakeet_v3_vocab.json"):
+        target = os.path.join(fixed, name)
+        if os.path.lexists(target):
+            os.remove(target)
+        os.symlink(os.path.join("..", "realistic", name), target)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("out", help="folder to write into (created if needed)")
+    parser.add_argument("--bench", action="store_true", help="write the realistic-size networks")
+    args = parser.parse_args()
+    if args.bench:
+        write_bench_fixtures(args.out)
+    else:
+        write_test_fixtures(args.out)
+    # Marks a complete run for build systems.
+    with open(os.path.join(args.out, "bench.stamp" if args.bench else "fixtures.stamp"), "w") as f:
+        f.write("complete\n")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,517 @@
+#include "dictation/Dictation.h"
+
+#include "dictation/ThreadHandOver.h"
+#include "dictation/TimingLog.h"
+#include "engines/Transcriber.h"
+#include "platform/audio/QtAudioEngine.h"
+#include "settings/Preferences.h"
+#include "text/Polisher.h"
+
+#include <QCoreApplication>
+#include <QCoro/QCoroTimer>
+#include <QPointer>
+#include <QThread>
+#include <cmath>
+#include <coroutine>
+#include <exception>
+
+namespace vocari {
+
+namespace {
+
+const QString kCancelled = QStringLiteral("Cancelled");
+const QString kDisconnected = QStringLiteral("Microphone disconnected.");
+const QString kNoSound = QStringLiteral("No sound from the microphone. Check Microphone access.");
+const QString kNoSpeech = QStringLiteral("No speech detected.");
+const QString kNoEngine = QStringLiteral("No speech engine is available.");
+const QString kTidying = QStringLiteral("Tidying up…");
+
+constexpr std::chrono::milliseconds kDemoStep{50};
+
+// Reports from engine threads and the capture thread reach the main thread in the order
+// they were made.
+using ThreadHandOver::postToMainThread;
+
+// Continues a coroutine on the main thread. A transcriber's task may complete on one of its
+// own threads, and a waiting continuation must never touch the session's state from there.
+struct ResumeOnMainThread
+{
+    bool await_ready() const noexcept
+    {
+        const QCoreApplication *app = QCoreApplication::instance();
+        return !app || QThread::currentThread() == app->thread();
+    }
+    void await_suspend(std::coroutine_handle<> continuation) const
+    {
+        postToMainThread([continuation] { continuation.resume(); });
+    }
+    void await_resume() const noexcept {}
+};
+
+QString describe(std::exception_ptr error, const QString &fallback)
+{
+    try {
+        std::rethrow_exception(error);
+    } catch (const std::exception &e) {
+        const QString message = QString::fromUtf8(e.what()).trimmed();
+        return message.isEmpty() ? fallback : message;
+    } catch (...) {
+        return fallback;
+    }
+}
+
+double seconds(std::chrono::steady_clock::duration duration)
+{
+    return std::chrono::duration<double>(duration).count();
+}
+
+} // namespace
+
+Dictation::Dictation(QObject *parent)
+    : Dictation(std::make_unique<QtAudioEngine>(), Clock::system(), parent)
+{
+}
+
+Dictation::Dictation(std::unique_ptr<AudioEngine> engine, std::shared_ptr<const Clock> clock,
+                     QObject *parent)
+    : QObject(parent), m_engine(std::move(engine)), m_clock(std::move(clock)),
+      m_keyDownAt(m_clock->steadyNow())
+{
+    connect(m_engine.get(), &AudioEngine::configurationChanged, this,
+            &Dictation::engineConfigurationChanged, Qt::QueuedConnection);
+}
+
+Dictation::~Dictation()
+{
+    // Waits still suspended find the session moved on; capture stops before the transcriber
+    // it feeds is let go.
+    ++m_session;
+    stopCapture();
+    if (m_transcriber)
+        m_transcriber->cancel();
+}
+
+void Dictation::setNotice(const std::optional<QString> &notice)
+{
+    if (m_notice == notice)
+        return;
+    m_notice = notice;
+    emit noticeChanged();
+}
+
+void Dictation::keyDown(bool live, const QString &engine, const TranscriberFactory &makeTranscriber)
+{
+    m_wantsListening = true;
+    if (m_phase != Phase::idle)
+        return;
+    // Linux desktops have no record permission outside sandboxes: capture counts as allowed.
+    if (!m_engine->hasDefaultInput()) {
+        setTranscript({});
+        setNotice(kNoInputMessage);
+        finished({});
+        return;
+    }
+
+    const qint64 id = ++m_session;
+    m_engineName = engine;
+    m_keyDownAt = m_clock->steadyNow();
+    std::shared_ptr<Transcriber> transcriber;
+    QString factoryError = kNoEngine;
+    try {
+        if (makeTranscriber)
+            transcriber = makeTranscriber(live);
+    } catch (...) {
+        factoryError = describe(std::current_exception(), kNoEngine);
+    }
+    if (!transcriber) {
+        setTranscript({});
+        setNotice(factoryError);
+        finished({});
+        return;
+    }
+    m_transcriber = transcriber;
+    m_isLive = live;
+    // Live dictations are typed as they come and never tidied.
+    m_polisher = Preferences::aiTidy() && !live ? std::make_shared<Polisher>() : nullptr;
+
+    setPhase(Phase::preparing);
+    m_silentBuffers = 0;
+    setMicSilent(false);
+    setTranscript({});
+    setNotice(std::nullopt);
+    setStatusDetail(std::nullopt);
+    resetLevels();
+
+    installCallbacks(*transcriber, id, live);
+    QMetaObject::invokeMethod(
+        this, [this, transcriber, id] { begin(transcriber, id); }, Qt::QueuedConnection);
+}
+
+void Dictation::installCallbacks(Transcriber &transcriber, qint64 id, bool live)
+{
+    const QPointer<Dictation> self(this);
+    transcriber.setOnStatus([self, id](const QString &status) {
+        postToMainThread([self, id, status] {
+            if (self && self->isRunning(id))
+                self->setStatusDetail(status);
+        });
+    });
+    transcriber.setOnText([self, id](const QString &text) {
+        postToMainThread([self, id, text] {
+            if (self && self->isRunning(id))
+                self->setTranscript(text);
+        });
+    });
+    if (!live)
+        return;
+    transcriber.setOnCommit([self, id](const QString &phrase) {
+        postToMainThread([self, id, phrase] {
+            if (!self || self->m_session != id)
+                return;
+            const bool running =
+                self->m_phase == Phase::listening || self->m_phase == Phase::finishing;
+            if (running && self->m_onCommit)
+                self->m_onCommit(phrase);
+        });
+    });
+}
+
+bool Dictation::isRunning(qint64 id) const
+{
+    // An ended dictation keeps its number until the next one starts, but it is over: reports
+    // still on their way from its engine must not touch what it left behind.
+    return id == m_session && m_phase != Phase::idle;
+}
+
+QCoro::Task<> Dictation::begin(std::shared_ptr<Transcriber> transcriber, qint64 id)
+{
+    // Cancelled before the engine was even asked to get ready.
+    if (id != m_session)
+        co_return;
+
+    const QPointer<Dictation> self(this);
+    std::exception_ptr failure;
+    try {
+        co_await transcriber->prepare();
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    co_await ResumeOnMainThread{};
+    if (!self)
+        co_return;
+    if (failure) {
+        if (id == m_session)
+            abort(transcriber, describe(failure, QStringLiteral("The speech engine failed.")));
+        co_return;
+    }
+    if (id != m_session)
+        co_return; // a newer dictation owns the state
+    if (!m_wantsListening) {
+        // Released while the engine was getting ready.
+        abort(transcriber, std::nullopt);
+        co_return;
+    }
+
+    try {
+        startEngine(transcriber, id);
+    } catch (...) {
+        if (id == m_session)
+            abort(transcriber,
+                  describe(std::current_exception(), QStringLiteral("Audio capture failed.")));
+        co_return;
+    }
+
+    setPhase(Phase::listening);
+    setStatusDetail(std::nullopt);
+    m_listeningSince = m_clock->now();
+    m_readyTime = m_clock->steadyNow() - m_keyDownAt;
+    if (id != m_session)
+        co_return; // an observer of the phase cancelled
+    if (m_onListening)
+        m_onListening();
+    if (id == m_session && !m_wantsListening)
+        end(id);
+}
+
+void Dictation::keyUp()
+{
+    m_wantsListening = false;
+    if (m_phase == Phase::listening)
+        QMetaObject::invokeMethod(
+            this, [this] { end(m_session); }, Qt::QueuedConnection);
+}
+
+QCoro::Task<> Dictation::end(qint64 id)
+{
+    if (id != m_session || m_phase != Phase::listening || !m_transcriber)
+        co_return;
+
+    // The waits below keep their own references: a cancel meanwhile clears the members.
+    const std::shared_ptr<Transcriber> transcriber = m_transcriber;
+    const std::shared_ptr<Polisher> polisher = m_polisher;
+    const std::shared_ptr<const Clock> clock = m_clock;
+    const double spoke = double(m_listeningSince.msecsTo(clock->now())) / 1000.0;
+
+    if (spoke < kShortestSpeech) {
+        stopCapture();
+        transcriber->cancel();
+        m_transcriber.reset();
+        m_polisher.reset();
+        setPhase(Phase::idle);
+        setNotice(std::nullopt);
+        finished({});
+        co_return;
+    }
+
+    const bool silentAtRelease = m_micSilent;
+    const auto releasedAt = clock->steadyNow();
+    setPhase(Phase::finishing);
+    stopCapture();
+    if (id != m_session)
+        co_return; // an observer of the phase cancelled
+
+    const QPointer<Dictation> self(this);
+    QString text;
+    std::optional<QString> finishError;
+    try {
+        text = co_await transcriber->finish();
+    } catch (...) {
+        finishError = describe(std::current_exception(), QStringLiteral("Transcription failed."));
+    }
+    co_await ResumeOnMainThread{};
+    if (!self || id != m_session)
+        co_return; // cancelled while finishing: the text is not wanted any more
+    const auto transcribe = clock->steadyNow() - releasedAt;
+
+    std::optional<double> tidy;
+    if (polisher && !text.isEmpty()) {
+        setStatusDetail(kTidying);
+        const auto tidyStart = clock->steadyNow();
+        text = co_await polisher->polish(text);
+        co_await ResumeOnMainThread{};
+        tidy = seconds(clock->steadyNow() - tidyStart);
+        if (!self || id != m_session)
+            co_return;
+        setStatusDetail(std::nullopt);
+    }
+
+    m_polisher.reset();
+    if (auto failure = transcriber->failure())
+        setNotice(failure);
+    else if (finishError)
+        setNotice(finishError);
+    else if (text.isEmpty())
+        setNotice(silentAtRelease ? kNoSound : kNoSpeech);
+    else
+        setNotice(std::nullopt);
+    m_transcriber.reset();
+
+    DictationTiming timing;
+    timing.engineName = m_engineName;
+    timing.live = m_isLive;
+    timing.spoke = spoke;
+    timing.ready = seconds(m_readyTime);
+    timing.transcribe = seconds(transcribe);
+    timing.tidy = tidy;
+    timing.words = countWords(text);
+
+    setPhase(Phase::idle);
+    finished(text);
+    timing.releaseToInsert = seconds(clock->steadyNow() - releasedAt);
+    logTiming(timing);
+}
+
+void Dictation::abort(const std::shared_ptr<Transcriber> &transcriber,
+                      const std::optional<QString> &notice)
+{
+    transcriber->cancel();
+    stopCapture();
+    m_transcriber.reset();
+    m_polisher.reset();
+    setPhase(Phase::idle);
+    setNotice(notice);
+    finished({});
+}
+
+void Dictation::drop()
+{
+    ++m_session;
+    m_wantsListening = false;
+    stopCapture();
+    if (m_transcriber)
+        m_transcriber->cancel();
+    m_transcriber.reset();
+    m_polisher.reset();
+    setPhase(Phase::idle);
+    setTranscript({});
+}
+
+void Dictation::cancel()
+{
+    if (m_phase == Phase::idle)
+        return;
+    drop();
+    // A cancelled preview is over too; otherwise the next demo() would only move a deadline
+    // that no preview watches any more.
+    setIsDemo(false);
+    setNotice(kCancelled);
+    if (m_onCancelled)
+        m_onCancelled();
+}
+
+void Dictation::engineConfigurationChanged()
+{
+    if (m_phase != Phase::listening || m_isDemo)
+        return;
+    if (m_engine->hasDefaultInput())
+        return; // capture goes on, on whatever input the system now provides
+    drop();
+    setNotice(kDisconnected);
+    finished({});
+}
+
+void Dictation::demo()
+{
+    if (m_phase != Phase::idle && !m_isDemo)
+        return; // a real dictation is running
+    m_demoDeadline = m_clock->now().addMSecs(kDemoLength.count());
+    if (m_isDemo)
+        return;
+    const qint64 id = ++m_session;
+    setIsDemo(true);
+    setPhase(Phase::listening);
+    setTranscript({});
+    setNotice(std::nullopt);
+    runDemo(id);
+}
+
+QCoro::Task<> Dictation::runDemo(qint64 id)
+{
+    const QPointer<Dictation> self(this);
+    const std::shared_ptr<const Clock> clock = m_clock;
+    const QDateTime start = clock->now();
+    while (id == m_session && clock->now() < m_demoDeadline) {
+        const float t = float(start.msecsTo(clock->now())) / 1000.0f;
+        push(0.2f + 0.6f * std::abs(std::sin(7.0f * t)) * std::abs(std::sin(2.3f * t)), id);
+        co_await QCoro::sleepFor(kDemoStep);
+        if (!self)
+            co_return;
+    }
+    if (id != m_session)
+        co_return; // ended by a key press, endDemo() or a cancel
+    endDemo();
+    if (m_onDemoEnded)
+        m_onDemoEnded();
+}
+
+void Dictation::endDemo()
+{
+    if (!m_isDemo)
+        return;
+    ++m_session;
+    setIsDemo(false);
+    setPhase(Phase::idle);
+}
+
+void Dictation::startEngine(const std::shared_ptr<Transcriber> &transcriber, qint64 id)
+{
+    const QString deviceId = Preferences::inputDevice();
+    if (!m_engine->inputFormat(deviceId).isValid())
+        throw CaptureError(kNoInputMessage);
+
+    const QPointer<Dictation> self(this);
+    m_tapInstalled = true;
+    // On the capture thread: feed, measure, and hand the level to the main thread.
+    m_engine->start(deviceId, [transcriber, self, id](const AudioBuffer &buffer) {
+        transcriber->feed(buffer);
+        const float level = inputLevel(buffer);
+        postToMainThread([self, id, level] {
+            if (self)
+                self->push(level, id);
+        });
+    });
+}
+
+void Dictation::stopCapture()
+{
+    if (!m_tapInstalled)
+        return;
+    m_engine->stop();
+    m_tapInstalled = false;
+}
+
+void Dictation::push(float level, qint64 id)
+{
+    // Levels still in flight from a capture that has stopped are dropped.
+    if (id != m_session || m_phase != Phase::listening)
+        return;
+    if (m_levels.push(level))
+        emit levelsChanged();
+    // Exact zeros only: a working microphone in a quiet room still delivers some noise.
+    m_silentBuffers = level == 0.0f ? m_silentBuffers + 1 : 0;
+
+    const qint64 limit = Preferences::maxSeconds();
+    if (limit >= 1 && !m_isDemo && m_listeningSince.msecsTo(m_clock->now()) > limit * 1000) {
+        // end() ignores all but the first of these.
+        QMetaObject::invokeMethod(
+            this, [this, id] { end(id); }, Qt::QueuedConnection);
+    }
+    setMicSilent(m_silentBuffers >= kSilentBufferLimit && !m_isDemo);
+}
+
+void Dictation::setPhase(Phase phase)
+{
+    if (m_phase == phase)
+        return;
+    m_phase = phase;
+    // The status line belongs to getting ready and finishing; back at rest it has nothing to say.
+    if (phase == Phase::idle)
+        setStatusDetail(std::nullopt);
+    emit phaseChanged(phase);
+}
+
+void Dictation::setTranscript(const QString &transcript)
+{
+    if (m_transcript == transcript)
+        return;
+    m_transcript = transcript;
+    emit transcriptChanged(transcript);
+}
+
+void Dictation::setStatusDetail(const std::optional<QString> &detail)
+{
+    if (m_statusDetail == detail)
+        return;
+    m_statusDetail = detail;
+    emit statusDetailChanged();
+}
+
+void Dictation::setMicSilent(bool silent)
+{
+    if (m_micSilent == silent)
+        return;
+    m_micSilent = silent;
+    emit micSilentChanged(silent);
+}
+
+void Dictation::setIsDemo(bool demo)
+{
+    if (m_isDemo == demo)
+        return;
+    m_isDemo = demo;
+    emit isDemoChanged(demo);
+}
+
+void Dictation::resetLevels()
+{
+    if (m_levels.reset())
+        emit levelsChanged();
+}
+
+void Dictation::finished(const QString &text)
+{
+    if (m_onFinished)
+        m_onFinished(text);
+}
+
+} // namespace vocari

@@ -1,0 +1,149 @@
+#pragma once
+
+#include <QByteArray>
+#include <QHash>
+#include <QList>
+#include <QObject>
+#include <QPointer>
+#include <QString>
+#include <QTcpServer>
+#include <map>
+#include <optional>
+#include <vector>
+
+class QTcpSocket;
+
+namespace vocari::test {
+
+// A small model hub on the loopback interface, for the download tests: it answers the hub's
+// listing and file requests for the repositories it is given, and can misbehave on request
+// (error statuses, redirects, transient failures, stalls, truncated bodies). One request per
+// connection; connections, request sizes and bodies are bounded.
+class HubTestServer : public QObject
+{
+    Q_OBJECT
+public:
+    // How a file is served.
+    struct File
+    {
+        QByteArray body;
+        // The size the listing announces: the body's size by default, none to leave it out.
+        std::optional<qint64> listedSize;
+        bool useBodySize = true;
+        int status = 200;                 // a status other than 200 is answered on every request
+        int failuresBeforeSuccess = 0;    // the first requests answer 500
+        int truncationsBeforeSuccess = 0; // the next ones send half the body and close
+        bool redirect = false;            // answer 302 to a second address that serves the body
+        QString redirectTo;               // an absolute address to redirect to instead
+        bool truncate = false;            // announce the whole body, send half, close
+        bool stall = false;               // send half, then nothing until the client gives up
+        bool gate = false;                // hold the answer until gateSize requests are waiting
+    };
+
+    struct Repository
+    {
+        int listingStatus = 200;
+        std::optional<QByteArray> rawListing; // sent as it is instead of the generated one
+        // Listing entries in order: files (served from files) and directories.
+        struct Entry
+        {
+            QString type;
+            QString path;
+        };
+        std::vector<Entry> entries;
+        QHash<QString, File> files;
+    };
+
+    // One request as it arrived.
+    struct Request
+    {
+        QByteArray target;        // as sent, percent-encoding included
+        QString path;             // decoded, without the query
+        QByteArray authorization; // the Authorization header, empty when absent
+    };
+
+    // What the server saw of one file answer, for checking the order of transfers.
+    struct FileEvent
+    {
+        enum Kind
+        {
+            Started,
+            Ended
+        } kind;
+        QString path;
+    };
+
+    explicit HubTestServer(QObject *parent = nullptr);
+    ~HubTestServer() override;
+
+    bool start();
+    void stop();
+    quint16 port() const;
+    QString address() const; // http://127.0.0.1:<port>
+
+    Repository &repository(const QString &name) { return m_repositories[name]; }
+    // Adds a file to a repository's listing and serves it.
+    void addFile(const QString &repo, const QString &path, const File &file);
+    void addFile(const QString &repo, const QString &path, const QByteArray &body);
+    void addDirectory(const QString &repo, const QString &path);
+    // Serves every file under folder as the repository, each through a redirect.
+    void addFolder(const QString &repo, const QString &folder);
+
+    // Answers held by File::gate go out together once count are waiting, or releaseAfterMs
+    // after the first one came in, whichever is first; later ones go out at once.
+    void setGate(int count, int releaseAfterMs)
+    {
+        m_gateSize = count;
+        m_gateDelayMs = releaseAfterMs;
+    }
+
+    const QList<Request> &requests() const { return m_requests; }
+    int requestCount(const QString &decodedPath) const;
+    const QList<FileEvent> &fileEvents() const { return m_fileEvents; }
+    // The most file answers that were in progress at one time.
+    int maxConcurrentFiles() const { return m_maxConcurrent; }
+
+private:
+    static constexpr int kMaxConnections = 32;
+    static constexpr qsizetype kMaxRequestBytes = 16 * 1024;
+
+    struct Connection
+    {
+        QPointer<QTcpSocket> socket;
+        QByteArray buffer;
+        bool answered = false;
+    };
+
+    void onNewConnection();
+    void onReadyRead(QTcpSocket *socket);
+    void handle(QTcpSocket *socket, const QByteArray &head);
+    void serveListing(QTcpSocket *socket, const Repository &repo);
+    void serveFile(QTcpSocket *socket, const QString &repo, const QString &path, File &file);
+    void sendBody(QTcpSocket *socket, const QString &path, const File &file);
+    void releaseGate();
+    void respond(QTcpSocket *socket, int status, const QByteArray &body,
+                 const QByteArray &extraHeaders = {});
+    void fileEnded(const QString &path);
+    QByteArray listingOf(const Repository &repo) const;
+
+    QTcpServer m_server;
+    std::map<QTcpSocket *, Connection> m_connections;
+    QHash<QString, Repository> m_repositories;
+    QHash<QString, int> m_failuresGiven;
+    QHash<QString, QByteArray> m_redirectTargets; // "/cdn/<n>" → body
+    QList<Request> m_requests;
+    QList<FileEvent> m_fileEvents;
+    struct Held
+    {
+        QPointer<QTcpSocket> socket;
+        QString path;
+        File file;
+    };
+    QList<Held> m_held;
+    int m_gateSize = 3;
+    int m_gateDelayMs = 0;
+    int m_inProgress = 0;
+    int m_maxConcurrent = 0;
+};
+
+} // namespace vocari::test

@@ -1,0 +1,521 @@
+#include "models/ModelStore.h"
+
+#include "HubTestServer.h"
+#include "ModelTestSupport.h"
+#include "engines/parakeet/ParakeetTranscriber.h"
+#include "engines/system/SystemTranscriber.h"
+#include "models/ModelFolders.h"
+#include "settings/Preferences.h"
+#include "support/ScopedSettings.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QRegularExpression>
+#include <gtest/gtest.h>
+
+using namespace vocari;
+using vocari::test::HubTestServer;
+
+namespace {
+
+const QString kUltra = QStringLiteral("parakeetUltra");
+const QString kUltraRepo = QStringLiteral("istupakov/parakeet-tdt-0.6b-v3-onnx");
+
+// A download that does nothing by itself: the test decides when and how it ends.
+class FakeDownload : public ModelDownload
+{
+public:
+    void start() override { started = true; }
+    void cancel() override { end(DownloadError::cancelled()); }
+    std::optional<DownloadError> error() const override { return m_error; }
+
+    void report(double fraction) { emit progressed(fraction); }
+    void end(std::optional<DownloadError> error)
+    {
+        if (m_ended)
+            return;
+        m_ended = true;
+        m_error = std::move(error);
+        emit finished();
+    }
+
+    bool started = false;
+
+private:
+    bool m_ended = false;
+    std::optional<DownloadError> m_error;
+};
+
+// Every fake download a store asked for, with the repository and folder it was given.
+struct FakeDownloads
+{
+    struct Made
+    {
+        QString repository;
+        QString folder;
+        QPointer<FakeDownload> download;
+    };
+    QList<Made> made;
+
+    ModelDownloadFactory factory()
+    {
+        return [this](const QString &repository, const QString &folder) -> ModelDownload * {
+            auto *download = new FakeDownload;
+            made.append({repository, folder, download});
+            return download;
+        };
+    }
+};
+
+// Counts a store's change notifications.
+struct StoreSignals
+{
+    explicit StoreSignals(ModelStore &store)
+    {
+        QObject::connect(&store, &ModelStore::enginesChanged, [this] { ++engines; });
+        QObject::connect(&store, &ModelStore::stateChanged,
+                         [this](const QString &id) { states << id; });
+        QObject::connect(&store, &ModelStore::sizeChanged,
+                         [this](const QString &id) { sizes << id; });
+        QObject::connect(&store, &ModelStore::lastErrorChanged, [this] { ++lastError; });
+        QObject::connect(&store, &ModelStore::selectedChanged, [this] { ++selected; });
+        QObject::connect(&store, &ModelStore::jobsChanged, [this] { ++jobs; });
+    }
+    int engines = 0;
+    QStringList states;
+    QStringList sizes;
+    int lastError = 0;
+    int selected = 0;
+    int jobs = 0;
+};
+
+class ModelStoreTest : public ::testing::Test
+{
+protected:
+    QJsonArray storedCustomEngines()
+    {
+        return settings.store().value(QString::fromLatin1(SettingsKey::customEngines)).toArray();
+    }
+    void storeSetting(const char *key, const QJsonValue &value)
+    {
+        settings.store().setValue(QString::fromLatin1(key), value);
+    }
+    QString ultraFolder() const { return home.modelFolder(kUltra); }
+    const Engine &ultra() const { return Engine::builtIn()[2]; }
+    static Engine localEngine(const QString &id, const QString &folder)
+    {
+        return Engine{id, "mine", folder, "Custom", Engine::Source::local(folder), true, {}};
+    }
+
+    ModelStore::Options options() { return ModelStore::Options{fakes.factory(), true}; }
+
+    test::ScopedDataHome home;
+    test::ScopedSettings settings;
+    FakeDownloads fakes;
+};
+
+} // namespace
+
+TEST_F(ModelStoreTest, StartsWithTheBuiltInsAndTheBuiltInEngineSelected)
+{
+    ModelStore store(options());
+    ASSERT_EQ(store.engines(), Engine::builtIn());
+    EXPECT_EQ(store.selected(), "system");
+    EXPECT_EQ(store.state("system"), ModelState::installed());
+    EXPECT_EQ(store.state("parakeetRedux"), ModelState::notInstalled());
+    EXPECT_EQ(store.state(kUltra), ModelState::notInstalled());
+    EXPECT_EQ(store.states().size(), 3);
+    EXPECT_TRUE(store.sizes().isEmpty());
+    EXPECT_TRUE(store.lastError().isEmpty());
+    EXPECT_TRUE(store.jobs().empty());
+    EXPECT_EQ(store.modelsRoot(), QDir::cleanPath(home.modelsRoot()));
+    // The models folder is made by a download, not by looking.
+    EXPECT_FALSE(QFileInfo::exists(home.modelsRoot()));
+    EXPECT_EQ(store.modelFolder(ultra()), home.modelFolder(kUltra));
+    EXPECT_FALSE(store.modelFolder(Engine::defaultEngine()));
+    EXPECT_TRUE(dynamic_cast<SystemTranscriber *>(store.makeTranscriber(false).get()));
+}
+
+TEST_F(ModelStoreTest, KeepsAnInstalledSelectionAndFallsBackFromAnythingElse)
+{
+    // The selected model is missing a file: back to the built-in engine, written back.
+    test::writeFakeModel(ultraFolder(), test::communityInt8Files().mid(0, 3));
+    storeSetting(SettingsKey::engine, kUltra);
+    {
+        ModelStore store(options());
+        EXPECT_EQ(store.state(kUltra), ModelState::notInstalled());
+        EXPECT_EQ(store.selected(), "system");
+        EXPECT_EQ(Preferences::engine(), "system");
+    }
+
+    // An engine nobody knows any more.
+    storeSetting(SettingsKey::engine, QStringLiteral("custom-deadbeef"));
+    {
+        ModelStore store(options());
+        EXPECT_EQ(store.selected(), "system");
+        EXPECT_EQ(Preferences::engine(), "system");
+    }
+
+    // A complete model stays selected, and its size is measured in the background.
+    test::writeFakeModel(ultraFolder());
+    storeSetting(SettingsKey::engine, kUltra);
+    ModelStore store(options());
+    EXPECT_EQ(store.selected(), kUltra);
+    EXPECT_EQ(store.state(kUltra), ModelState::installed());
+    ASSERT_TRUE(test::waitUntil([&] { return store.sizes().contains(kUltra); }));
+    EXPECT_EQ(store.sizes().value(kUltra), ModelFolders::diskSize(ultraFolder()));
+    EXPECT_FALSE(store.sizes().contains("system"));
+    EXPECT_TRUE(dynamic_cast<ParakeetTranscriber *>(store.makeTranscriber(true).get()));
+}
+
+TEST_F(ModelStoreTest, LoadsStoredCustomEnginesAndIgnoresDataItCannotRead)
+{
+    QTemporaryDir localModel;
+    test::writeFakeModel(localModel.path());
+    const Engine hub{
+        "custom-0000000a", "Mine", "me/mine", "Custom", Engine::Source::hub("me/mine"), true,
+        std::nullopt};
+    const Engine local = localEngine("custom-0000000b", localModel.path());
+    const Engine impostor{
+        "parakeetUltra", "Fake", "x/y", "Custom", Engine::Source::hub("x/y"), true, std::nullopt};
+    // The settings file is the user's: an id that would lead out of the models folder.
+    const Engine escaping{
+        "../../outside", "Escape", "e/e", "Custom", Engine::Source::hub("e/e"), true, std::nullopt};
+    storeSetting(SettingsKey::customEngines,
+                 Engine::listToJsonArray(std::vector<Engine>{hub, local, impostor, hub, escaping}));
+    storeSetting(SettingsKey::engine, local.id);
+    {
+        ModelStore store(options());
+        ASSERT_EQ(store.engines().size(), 6u);
+        EXPECT_EQ(store.engines()[3], hub);
+        EXPECT_EQ(store.engines()[4], local);
+        EXPECT_EQ(store.engines()[5], escaping);
+        EXPECT_EQ(store.engine(kUltra), ultra());
+        EXPECT_EQ(store.state(hub.id), ModelState::notInstalled());
+        EXPECT_EQ(store.state(local.id), ModelState::installed());
+        EXPECT_EQ(store.selected(), local.id);
+        EXPECT_FALSE(store.modelFolder(escaping));
+
+        // Removing it deletes nothing, wherever its id points.
+        QDir(home.path()).mkpath("canary");
+        store.remove(escaping);
+        EXPECT_TRUE(QFileInfo::exists(QDir(home.path()).filePath("canary")));
+    }
+
+    // The list as JSON text, as a hand-edited file may hold it.
+    storeSetting(SettingsKey::customEngines,
+                 QString::fromUtf8(Engine::listToJson(std::vector<Engine>{hub})));
+    {
+        ModelStore store(options());
+        ASSERT_EQ(store.engines().size(), 4u);
+        EXPECT_EQ(store.engines()[3], hub);
+    }
+
+    // One unreadable record: no custom engines, and the stored data stays as it was.
+    QJsonArray broken = Engine::listToJsonArray(std::vector<Engine>{hub});
+    broken.append(QJsonObject{{"id", "custom-1"}});
+    storeSetting(SettingsKey::customEngines, broken);
+    ModelStore store(options());
+    EXPECT_EQ(store.engines(), Engine::builtIn());
+    EXPECT_EQ(storedCustomEngines(), broken);
+}
+
+TEST_F(ModelStoreTest, AddHubChecksTheRepositoryThenRegistersAndDownloads)
+{
+    ModelStore store(options());
+    StoreSignals seen(store);
+    const QString ownerName = QStringLiteral(
+        "Enter a repository as owner/name, for example istupakov/parakeet-tdt-0.6b-v3-onnx.");
+
+    for (const char *bad : {"parakeet", "", "a/b/c", "a / b", "a/b c", "/a/"}) {
+        store.addHub(QString::fromLatin1(bad), {});
+        EXPECT_EQ(store.lastError(), ownerName) << bad;
+    }
+    EXPECT_EQ(seen.lastError, 1); // the same message again is no change
+
+    store.addHub(QStringLiteral(" istupakov/parakeet-tdt-0.6b-v3-onnx\n"), {});
+    EXPECT_EQ(store.lastError(), "NVIDIA Parakeet Ultra already uses that repository.");
+    EXPECT_EQ(store.engines().size(), 3u);
+    EXPECT_TRUE(fakes.made.isEmpty());
+    EXPECT_FALSE(settings.store().contains(QString::fromLatin1(SettingsKey::customEngines)));
+
+    store.addHub(QStringLiteral("a/b"), {});
+    EXPECT_TRUE(store.lastError().isEmpty());
+    ASSERT_EQ(store.engines().size(), 4u);
+    const Engine added = store.engines().back();
+    EXPECT_TRUE(QRegularExpression("^custom-[0-9a-f]{8}$").match(added.id).hasMatch())
+        << added.id.toStdString();
+    EXPECT_EQ(added.name, "b");
+    EXPECT_EQ(added.summary, "a/b");
+    EXPECT_EQ(added.sizeLabel, "Custom");
+    EXPECT_EQ(added.source, Engine::Source::hub("a/b"));
+    EXPECT_TRUE(added.custom);
+    EXPECT_FALSE(added.tags);
+    EXPECT_EQ(store.state(added.id), ModelState::downloading(0.0));
+    EXPECT_EQ(store.selected(), "system");
+    EXPECT_EQ(Engine::listFromJson(storedCustomEngines()), std::vector<Engine>{added});
+    ASSERT_EQ(fakes.made.size(), 1);
+    EXPECT_EQ(fakes.made[0].repository, "a/b");
+    EXPECT_EQ(fakes.made[0].folder, home.modelFolder(added.id));
+    EXPECT_TRUE(fakes.made[0].download->started);
+    EXPECT_TRUE(store.isDownloading(added.id));
+
+    // Doubled slashes pass and the repository is kept as typed; the name is not trimmed;
+    // the comparison with existing repositories is exact.
+    store.addHub(QStringLiteral("\tx//y/ "), QStringLiteral(" My model "));
+    EXPECT_EQ(store.engines().back().source.payload(), "x//y/");
+    EXPECT_EQ(store.engines().back().name, " My model ");
+    store.addHub(QStringLiteral("Istupakov/parakeet-tdt-0.6b-v3-onnx"), {});
+    EXPECT_TRUE(store.lastError().isEmpty());
+    store.addHub(QStringLiteral("x//y/"), {});
+    EXPECT_EQ(store.lastError(), " My model  already uses that repository.");
+    EXPECT_EQ(store.engines().size(), 6u);
+    EXPECT_EQ(storedCustomEngines().size(), 3);
+}
+
+TEST_F(ModelStoreTest, AddLocalUsesACompleteFolderInPlaceAndRemoveForgetsIt)
+{
+    QTemporaryDir parent;
+    const QString folder = QDir(parent.path()).filePath("my parakeet");
+    test::writeFakeModel(folder, {"nemo128.onnx", "encoder-model.int8.onnx"});
+
+    ModelStore store(options());
+    store.addLocal(folder, {});
+    EXPECT_EQ(store.lastError(), "That folder isn't a compatible model. Missing: "
+                                 "decoder_joint-model.int8.onnx, vocab.txt.");
+    store.addLocal(QDir(parent.path()).filePath("nothing here"), {});
+    EXPECT_EQ(store.lastError(), "That folder isn't a compatible model. Missing: nemo128.onnx, "
+                                 "encoder-model.int8.onnx, decoder_joint-model.int8.onnx, "
+                                 "vocab.txt.");
+    EXPECT_EQ(store.engines().size(), 3u);
+
+    test::writeFakeModel(folder);
+    StoreSignals seen(store);
+    store.addLocal(folder + "/", {});
+    EXPECT_TRUE(store.lastError().isEmpty());
+    ASSERT_EQ(store.engines().size(), 4u);
+    const Engine added = store.engines().back();
+    EXPECT_EQ(added.name, "my parakeet");
+    EXPECT_EQ(added.summary, folder);
+    EXPECT_EQ(added.source, Engine::Source::local(folder));
+    EXPECT_EQ(store.state(added.id), ModelState::installed());
+    EXPECT_EQ(store.selected(), added.id);
+    EXPECT_EQ(Preferences::engine(), added.id);
+    EXPECT_EQ(seen.selected, 1);
+    ASSERT_TRUE(test::waitUntil([&] { return store.sizes().contains(added.id); }));
+    EXPECT_TRUE(fakes.made.isEmpty());
+
+    // The same folder again is a second engine.
+    store.addLocal(folder, QStringLiteral("Again"));
+    EXPECT_EQ(store.engines().size(), 5u);
+    EXPECT_EQ(store.engines().back().name, "Again");
+    store.setSelected(added.id);
+
+    const QStringList files = test::filesBelow(folder);
+    store.remove(added);
+    EXPECT_EQ(store.selected(), "system");
+    EXPECT_EQ(Preferences::engine(), "system");
+    EXPECT_EQ(test::filesBelow(folder), files);
+    EXPECT_FALSE(store.engine(added.id));
+    EXPECT_FALSE(store.states().contains(added.id));
+    EXPECT_FALSE(store.sizes().contains(added.id));
+    const std::vector<Engine> stored = Engine::listFromJson(storedCustomEngines());
+    ASSERT_EQ(stored.size(), 1u);
+    EXPECT_EQ(stored[0].name, "Again");
+}
+
+TEST_F(ModelStoreTest, FollowsADownloadToTheEndAndIgnoresLateReports)
+{
+    ModelStore store(options());
+    StoreSignals seen(store);
+    store.install(ultra());
+    store.install(ultra());                 // one download per engine
+    store.install(Engine::defaultEngine()); // nothing to download
+    ASSERT_EQ(fakes.made.size(), 1);
+    EXPECT_EQ(fakes.made[0].repository, kUltraRepo);
+    EXPECT_EQ(seen.jobs, 1);
+    FakeDownload &download = *fakes.made[0].download;
+
+    download.report(0.25);
+    download.report(0.25);
+    EXPECT_EQ(store.state(kUltra), ModelState::downloading(0.25));
+    EXPECT_EQ(seen.states, (QStringList{kUltra, kUltra})); // 0, then 0.25 once
+    // While it downloads, dictation uses the built-in engine.
+    EXPECT_TRUE(dynamic_cast<SystemTranscriber *>(store.makeTranscriber(false).get()));
+
+    // The download ends but the folder is incomplete: selected anyway, not installed.
+    download.end(std::nullopt);
+    EXPECT_EQ(store.state(kUltra), ModelState::notInstalled());
+    EXPECT_EQ(store.selected(), kUltra);
+    EXPECT_EQ(Preferences::engine(), kUltra);
+    EXPECT_FALSE(store.isDownloading(kUltra));
+    EXPECT_TRUE(dynamic_cast<SystemTranscriber *>(store.makeTranscriber(false).get()));
+    download.report(0.9);
+    EXPECT_EQ(store.state(kUltra), ModelState::notInstalled());
+
+    // A failure: its message, and a late report changes nothing.
+    store.install(ultra());
+    ASSERT_EQ(fakes.made.size(), 2);
+    FakeDownload &failing = *fakes.made[1].download;
+    failing.report(0.5);
+    failing.end(DownloadError::network("The download of vocab.txt timed out."));
+    failing.report(0.75);
+    EXPECT_EQ(store.state(kUltra), ModelState::notInstalled());
+    EXPECT_EQ(store.lastError(), "The download of vocab.txt timed out.");
+
+    // A complete model: installed and selected; a new install clears the old message.
+    store.install(ultra());
+    EXPECT_TRUE(store.lastError().isEmpty());
+    test::writeFakeModel(ultraFolder());
+    fakes.made[2].download->end(std::nullopt);
+    EXPECT_EQ(store.state(kUltra), ModelState::installed());
+    EXPECT_TRUE(dynamic_cast<ParakeetTranscriber *>(store.makeTranscriber(false).get()));
+    ASSERT_TRUE(test::waitUntil([&] { return store.sizes().contains(kUltra); }));
+    EXPECT_TRUE(store.jobs().empty());
+}
+
+TEST_F(ModelStoreTest, RemovingADownloadingEngineCancelsItQuietly)
+{
+    ModelStore store(options());
+    store.addHub(QStringLiteral("me/custom"), {});
+    const Engine custom = store.engines().back();
+    store.install(ultra());
+    ASSERT_EQ(fakes.made.size(), 2);
+
+    store.remove(custom);
+    EXPECT_FALSE(store.engine(custom.id));
+    EXPECT_FALSE(store.states().contains(custom.id));
+    EXPECT_FALSE(store.isDownloading(custom.id));
+    EXPECT_TRUE(storedCustomEngines().isEmpty());
+
+    store.cancelDownload(kUltra);
+    EXPECT_EQ(store.state(kUltra), ModelState::notInstalled());
+    EXPECT_TRUE(store.lastError().isEmpty());
+    EXPECT_TRUE(store.jobs().empty());
+
+    // Removing the built-in engine does nothing at all.
+    store.remove(Engine::defaultEngine());
+    EXPECT_EQ(store.engines().size(), 3u);
+    EXPECT_EQ(store.state("system"), ModelState::installed());
+}
+
+TEST_F(ModelStoreTest, RemovingAnInstalledDownloadDeletesItsFolder)
+{
+    test::writeFakeModel(ultraFolder());
+    storeSetting(SettingsKey::engine, kUltra);
+    ModelStore store(options());
+    ASSERT_TRUE(test::waitUntil([&] { return store.sizes().contains(kUltra); }));
+    StoreSignals seen(store);
+    test::writeFakeModel(ModelFolders::stagingFolderOf(ultraFolder()), {"left-behind.bin"});
+
+    store.remove(ultra());
+    EXPECT_FALSE(QFileInfo::exists(ultraFolder()));
+    EXPECT_FALSE(QFileInfo::exists(ModelFolders::stagingFolderOf(ultraFolder())));
+    EXPECT_EQ(store.state(kUltra), ModelState::notInstalled());
+    EXPECT_FALSE(store.sizes().contains(kUltra));
+    EXPECT_EQ(store.selected(), "system");
+    EXPECT_EQ(store.engines(), Engine::builtIn());
+    EXPECT_EQ(seen.selected, 1);
+
+    // Selecting the same engine again notifies nothing but still stores it.
+    storeSetting(SettingsKey::engine, QStringLiteral("elsewhere"));
+    store.setSelected(QStringLiteral("system"));
+    EXPECT_EQ(seen.selected, 1);
+    EXPECT_EQ(Preferences::engine(), "system");
+}
+
+// The store against the test hub: the real download, end to end.
+class ModelStoreHubTest : public ModelStoreTest
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(server.start());
+        endpoint.emplace("HF_ENDPOINT", server.address());
+        for (const QString &name : test::communityInt8Files()) {
+            HubTestServer::File file;
+            file.body = name.toUtf8().repeated(2000);
+            file.redirect = true;
+            server.addFile(kUltraRepo, name, file);
+        }
+    }
+    QString listingPath() const { return "/api/models/" + kUltraRepo + "/tree/main"; }
+
+    HubTestServer server;
+    std::optional<test::ScopedEnvironment> endpoint;
+};
+
+TEST_F(ModelStoreHubTest, InstallsFromTheHubOnceAndSelectsTheModel)
+{
+    ModelStore store;
+    QList<ModelState> states;
+    QObject::connect(&store, &ModelStore::stateChanged, [&](const QString &id) {
+        if (id == kUltra)
+            states << store.state(kUltra);
+    });
+    store.install(ultra());
+    store.install(ultra());
+    ASSERT_TRUE(test::waitUntil([&] { return store.jobs().empty(); }));
+
+    EXPECT_EQ(server.requestCount(listingPath()), 1);
+    EXPECT_TRUE(store.lastError().isEmpty()) << store.lastError().toStdString();
+    EXPECT_EQ(store.state(kUltra), ModelState::installed());
+    EXPECT_EQ(store.selected(), kUltra);
+    EXPECT_TRUE(ModelFolders::missingFiles(ultraFolder()).isEmpty());
+    ASSERT_GE(states.size(), 3);
+    EXPECT_EQ(states.front(), ModelState::downloading(0.0));
+    EXPECT_EQ(states.back(), ModelState::installed());
+    for (qsizetype i = 1; i + 1 < states.size(); ++i)
+        EXPECT_TRUE(states[i].isDownloading());
+    ASSERT_TRUE(test::waitUntil([&] { return store.sizes().contains(kUltra); }));
+}
+
+TEST_F(ModelStoreHubTest, ReportsFailuresAndKeepsAnExistingModel)
+{
+    server.repository(QStringLiteral("nobody/here")).listingStatus = 404;
+    ModelStore store;
+    store.addHub(QStringLiteral("nobody/here"), {});
+    const QString custom = store.engines().back().id;
+    ASSERT_TRUE(test::waitUntil([&] { return store.jobs().empty(); }));
+    EXPECT_EQ(store.lastError(),
+              QString::fromUtf8("Couldn't find \u201cnobody/here\u201d on Hugging Face (or it "
+                                "needs a login)."));
+    EXPECT_EQ(store.state(custom), ModelState::notInstalled());
+    EXPECT_EQ(store.selected(), "system");
+
+    // A failed re-download leaves the installed model as it was, and it stays usable.
+    test::writeFakeModel(ultraFolder());
+    ModelStore second;
+    ASSERT_EQ(second.state(kUltra), ModelState::installed());
+    server.repository(kUltraRepo).files["vocab.txt"].status = 500;
+    second.install(ultra());
+    ASSERT_TRUE(test::waitUntil([&] { return second.jobs().empty(); }));
+    EXPECT_EQ(second.lastError(), "The model hub answered 500 for vocab.txt.");
+    EXPECT_EQ(server.requestCount("/" + kUltraRepo + "/resolve/main/vocab.txt"), 3);
+    EXPECT_EQ(test::readFile(QDir(ultraFolder()).filePath("vocab.txt")), "vocab.txt");
+    EXPECT_EQ(second.state(kUltra), ModelState::installed());
+    EXPECT_FALSE(QFileInfo::exists(ModelFolders::stagingFolderOf(ultraFolder())));
+}
+
+TEST_F(ModelStoreHubTest, RemovingWhileDownloadingLeavesNothingBehind)
+{
+    server.repository(kUltraRepo).files["encoder-model.int8.onnx"].redirect = false;
+    server.repository(kUltraRepo).files["encoder-model.int8.onnx"].stall = true;
+    ModelStore store;
+    StoreSignals seen(store);
+    store.install(ultra());
+    const QString staging = ModelFolders::stagingFolderOf(ultraFolder());
+    ASSERT_TRUE(test::waitUntil(
+        [&] { return store.state(kUltra).fraction() > 0.0 && QFileInfo::exists(staging); }));
+
+    store.remove(ultra());
+    EXPECT_EQ(store.state(kUltra), ModelState::notInstalled());
+    EXPECT_TRUE(store.lastError().isEmpty());
+    EXPECT_EQ(seen.lastError, 0);
+    EXPECT_TRUE(store.jobs().empty());
+    EXPECT_FALSE(QFileInfo::exists(staging));
+    EXPECT_FALSE(QFileInfo::exists(ultraFolder()));
+    EXPECT_EQ(store.selected(), "system");
+}

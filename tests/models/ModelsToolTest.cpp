@@ -1,0 +1,251 @@
+// vocari-models against the test hub, run as the user would run it, and the model it installs
+// put to use by the store's transcriber.
+
+#include "HubTestServer.h"
+#include "ModelTestSupport.h"
+#include "ProgressBar.h"
+#include "engines/WavFile.h"
+#include "engines/parakeet/ParakeetTranscriber.h"
+#include "models/ModelStore.h"
+#include "settings/SettingsStore.h"
+
+#include <QCoroTask>
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <csignal>
+#include <gtest/gtest.h>
+
+using namespace vocari;
+using vocari::test::HubTestServer;
+
+namespace {
+
+const QString kUltraRepo = QStringLiteral("istupakov/parakeet-tdt-0.6b-v3-onnx");
+
+QString fixture(const QString &name)
+{
+    return QDir(QStringLiteral(VOCARI_PARAKEET_FIXTURES)).filePath(name);
+}
+
+struct ToolRun
+{
+    int exitCode = -1;
+    QString out;
+    QString err;
+};
+
+class ModelsToolTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(server.start());
+        ASSERT_TRUE(configHome.isValid());
+    }
+
+    QProcessEnvironment environment() const
+    {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("XDG_DATA_HOME", home.path());
+        env.insert("XDG_CONFIG_HOME", configHome.path());
+        env.insert("HF_ENDPOINT", server.address());
+        env.remove("HF_TOKEN");
+        return env;
+    }
+
+    // Starts the tool; the test's own event loop keeps serving while it runs.
+    std::unique_ptr<QProcess> start(const QStringList &arguments)
+    {
+        auto process = std::make_unique<QProcess>();
+        process->setProcessEnvironment(environment());
+        process->start(QStringLiteral(VOCARI_MODELS_TOOL), arguments);
+        EXPECT_TRUE(process->waitForStarted());
+        return process;
+    }
+
+    ToolRun finish(QProcess &process)
+    {
+        EXPECT_TRUE(test::waitUntil([&] { return process.state() == QProcess::NotRunning; }));
+        return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
+                QString::fromUtf8(process.readAllStandardError())};
+    }
+
+    ToolRun run(const QStringList &arguments)
+    {
+        auto process = start(arguments);
+        return finish(*process);
+    }
+
+    QString storedSelection() const
+    {
+        SettingsStore settings(QDir(configHome.path()).filePath("vocari/settings.json"));
+        return settings.stringValue(QStringLiteral("engine"));
+    }
+
+    test::ScopedDataHome home;
+    QTemporaryDir configHome;
+    HubTestServer server;
+};
+
+} // namespace
+
+TEST(ProgressBar, DrawsTheTruncatedPercentage)
+{
+    EXPECT_EQ(ProgressBar::render(0.0, 10), "[..........]   0%");
+    EXPECT_EQ(ProgressBar::render(0.999, 10), "[#########.]  99%");
+    EXPECT_EQ(ProgressBar::render(1.0, 10), "[##########] 100%");
+    EXPECT_EQ(ProgressBar::render(-1.0, 4), "[....]   0%");
+    EXPECT_EQ(ProgressBar::render(7.0, 4), "[####] 100%");
+}
+
+TEST_F(ModelsToolTest, ListsInstallsSelectsAndRemovesModels)
+{
+    const ToolRun first = run({"list"});
+    EXPECT_EQ(first.exitCode, 0) << first.err.toStdString();
+    const QStringList lines = first.out.split('\n', Qt::SkipEmptyParts);
+    ASSERT_EQ(lines.size(), 4) << first.out.toStdString();
+    EXPECT_TRUE(lines[1].startsWith("* system")) << lines[1].toStdString();
+    EXPECT_TRUE(lines[1].contains("installed") && lines[1].contains("Built in"));
+    EXPECT_TRUE(lines[3].contains("parakeetUltra") && lines[3].contains("not installed") &&
+                lines[3].contains(QString::fromUtf8("\u2248 670 MB")) &&
+                lines[3].contains("hub: " + kUltraRepo))
+        << lines[3].toStdString();
+
+    server.addFolder(kUltraRepo, fixture("community"));
+    const ToolRun install = run({"install", "parakeetUltra"});
+    EXPECT_EQ(install.exitCode, 0) << install.err.toStdString();
+    EXPECT_TRUE(install.out.startsWith("Installed NVIDIA Parakeet Ultra (parakeetUltra)"))
+        << install.out.toStdString();
+    EXPECT_TRUE(install.err.contains("Downloading NVIDIA Parakeet Ultra 100%"))
+        << install.err.toStdString();
+    EXPECT_EQ(storedSelection(), "parakeetUltra");
+    EXPECT_EQ(test::filesBelow(home.modelFolder("parakeetUltra")),
+              test::filesBelow(fixture("community")));
+
+    const ToolRun listed = run({"list"});
+    EXPECT_TRUE(listed.out.contains(QRegularExpression(R"(\* parakeetUltra +installed +\d)")))
+        << listed.out.toStdString();
+
+    EXPECT_EQ(run({"select", "system"}).exitCode, 0);
+    EXPECT_EQ(storedSelection(), "system");
+    const ToolRun notInstalled = run({"select", "parakeetRedux"});
+    EXPECT_EQ(notInstalled.exitCode, 1);
+    EXPECT_EQ(notInstalled.err.trimmed(),
+              QString::fromUtf8("vocari-models: NVIDIA Parakeet Redux isn't installed; "
+                                "\u201cvocari-models install parakeetRedux\u201d downloads it."));
+
+    const ToolRun removed = run({"remove", "parakeetUltra"});
+    EXPECT_EQ(removed.exitCode, 0) << removed.err.toStdString();
+    EXPECT_FALSE(QFileInfo::exists(home.modelFolder("parakeetUltra")));
+}
+
+TEST_F(ModelsToolTest, FailsWithOneLineAndANonZeroStatus)
+{
+    server.repository("nobody/here").listingStatus = 404;
+    const struct
+    {
+        QStringList arguments;
+        int exitCode;
+        QString error;
+    } cases[] = {
+        {{"add-hub", "nobody/here"},
+         1,
+         QString::fromUtf8("vocari-models: Couldn't find \u201cnobody/here\u201d on Hugging Face "
+                           "(or it needs a login).")},
+        {{"add-hub", "no-slash"},
+         1,
+         "vocari-models: Enter a repository as owner/name, for example "
+         "istupakov/parakeet-tdt-0.6b-v3-onnx."},
+        {{"install", "parakeetUltra"},
+         1,
+         QString::fromUtf8("vocari-models: Couldn't find \u201c") + kUltraRepo +
+             QString::fromUtf8("\u201d on Hugging Face (or it needs a login).")},
+        {{"install", "system"},
+         1,
+         "vocari-models: Built-in Speech is built in; there is nothing to download."},
+        {{"install", "nope"},
+         1,
+         QString::fromUtf8(
+             "vocari-models: There is no engine \u201cnope\u201d; \u201cvocari-models "
+             "list\u201d shows them.")},
+        {{"remove", "parakeetRedux"}, 1, "vocari-models: NVIDIA Parakeet Redux isn't installed."},
+        {{"add-folder", home.path()},
+         1,
+         "vocari-models: That folder isn't a compatible model. Missing: nemo128.onnx, "
+         "encoder-model.int8.onnx, decoder_joint-model.int8.onnx, vocab.txt."},
+        {{"frobnicate"}, 2, {}},
+        {{"install"}, 2, {}},
+        {{"list", "extra"}, 2, {}},
+        {{"select", "system", "--name", "x"}, 2, {}},
+    };
+    for (const auto &c : cases) {
+        const ToolRun result = run(c.arguments);
+        EXPECT_EQ(result.exitCode, c.exitCode) << c.arguments.join(' ').toStdString();
+        if (!c.error.isEmpty()) {
+            EXPECT_EQ(result.err.trimmed().split('\n').last(), c.error)
+                << c.arguments.join(' ').toStdString();
+        }
+        EXPECT_FALSE(result.err.contains("Segmentation") || result.err.contains("terminate"));
+    }
+    // The failed hub repository stays listed as a custom engine, ready for another try.
+    EXPECT_TRUE(run({"list"}).out.contains("hub: nobody/here"));
+    EXPECT_FALSE(QFileInfo::exists(home.modelsRoot() + "/parakeetUltra"));
+}
+
+TEST_F(ModelsToolTest, AnInterruptedInstallCancelsAndCleansUp)
+{
+    server.addFolder(kUltraRepo, fixture("community"));
+    auto &files = server.repository(kUltraRepo).files;
+    files["vocab.txt"].redirect = false;
+    files["vocab.txt"].stall = true;
+    files["vocab.txt"].body = QByteArray(256 * 1024, 'x');
+
+    auto process = start({"install", "parakeetUltra"});
+    const QString staging = home.modelFolder("parakeetUltra") + ".partial";
+    ASSERT_TRUE(test::waitUntil([&] {
+        return server.requestCount("/" + kUltraRepo + "/resolve/main/vocab.txt") == 1 &&
+               QFileInfo::exists(staging);
+    }));
+    ::kill(static_cast<pid_t>(process->processId()), SIGINT);
+    const ToolRun result = finish(*process);
+    EXPECT_EQ(result.exitCode, 130) << result.err.toStdString();
+    EXPECT_TRUE(result.err.contains("The download was cancelled; nothing was changed."));
+    EXPECT_FALSE(QFileInfo::exists(staging));
+    EXPECT_FALSE(QFileInfo::exists(home.modelFolder("parakeetUltra")));
+}
+
+TEST_F(ModelsToolTest, TheInstalledFixtureModelTranscribesTheFixtureSentence)
+{
+    server.addFolder(kUltraRepo, fixture("community"));
+    const ToolRun install = run({"install", "parakeetUltra"});
+    ASSERT_EQ(install.exitCode, 0) << install.err.toStdString();
+
+    // The application's store, on the settings the tool wrote, builds the Parakeet engine.
+    SettingsStore settings(QDir(configHome.path()).filePath("vocari/settings.json"));
+    SettingsStore *previous = SettingsStore::setShared(&settings);
+    ModelStore store(ModelStore::Options{{}, false});
+    EXPECT_EQ(store.selected(), "parakeetUltra");
+    std::unique_ptr<Transcriber> transcriber = store.makeTranscriber(false);
+    ASSERT_TRUE(dynamic_cast<ParakeetTranscriber *>(transcriber.get()));
+
+    QString error;
+    const std::optional<WavAudio> audio = WavFile::read(fixture("sentence.wav"), &error);
+    ASSERT_TRUE(audio) << error.toStdString();
+    QFile planFile(fixture("sentence.json"));
+    ASSERT_TRUE(planFile.open(QIODevice::ReadOnly));
+    const QString expected =
+        QJsonDocument::fromJson(planFile.readAll()).object()["text"].toString();
+
+    QCoro::waitFor(transcriber->prepare());
+    for (uint32_t first = 0; first < audio->frames(); first += 2048)
+        transcriber->feed(audio->slice(first, 2048));
+    const QString text = QCoro::waitFor(transcriber->finish());
+    EXPECT_EQ(text, expected);
+    EXPECT_FALSE(transcriber->failure()) << transcriber->failure().value_or("").toStdString();
+    SettingsStore::setShared(previous);
+}

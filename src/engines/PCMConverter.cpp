@@ -1,8 +1,7 @@
 #include "engines/PCMConverter.h"
 
-#include <soxr.h>
-
 #include <algorithm>
+#include <soxr.h>
 
 namespace vocari {
 
@@ -50,7 +49,11 @@ public:
         }
 
         // The stream is never ended, so the filter keeps its history and any partly built
-        // output frame for the next buffer.
+        // output frame for the next buffer. A null input would end it, and an empty buffer's
+        // samples may well be null, so an empty input always points somewhere.
+        static const float noInput = 0.0f;
+        if (frames == 0)
+            input = &noInput;
         size_t consumed = 0;
         size_t produced = 0;
         while (true) {

@@ -1,8 +1,7 @@
 #include "engines/PCMConverter.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
+#include <gtest/gtest.h>
 #include <numbers>
 
 using namespace vocari;
@@ -22,7 +21,8 @@ std::vector<AudioBuffer> sineBuffers(AudioFormat format, int count, uint32_t fra
         AudioBuffer buffer(format, frames);
         for (uint32_t f = 0; f < frames; ++f, ++n) {
             const float v =
-                0.5f * float(std::sin(2 * std::numbers::pi * 1000.0 * double(n) / format.sampleRate));
+                0.5f *
+                float(std::sin(2 * std::numbers::pi * 1000.0 * double(n) / format.sampleRate));
             for (int c = 0; c < format.channels; ++c)
                 buffer.channelStorage(c)[f] = (invertRight && c == 1) ? -v : v;
         }
@@ -60,7 +60,8 @@ double worstSineResidual(const std::vector<float> &x, size_t from, size_t to, do
     const double a = (xs * cc - xc * sc) / det, b = (xc * ss - xs * sc) / det;
     double worst = 0;
     for (size_t i = from; i < to; ++i)
-        worst = std::max(worst, std::abs(x[i] - (a * std::sin(w * double(i)) + b * std::cos(w * double(i)))));
+        worst = std::max(
+            worst, std::abs(x[i] - (a * std::sin(w * double(i)) + b * std::cos(w * double(i)))));
     return worst;
 }
 
@@ -81,6 +82,21 @@ TEST(PCMConverter, CapacityIsTheRateRatioTimesTheFramesPlusHeadroom)
     const auto empty = converter.convert(AudioBuffer(kStereo48k, 0));
     ASSERT_TRUE(empty);
     EXPECT_EQ(empty->frameCapacity(), 64u);
+}
+
+TEST(PCMConverter, AnEmptyFirstBufferNeitherCrashesNorEndsTheStream)
+{
+    // The resampler reads a null input as the end of the stream; an empty buffer must not be
+    // handed to it that way, or the stream would end before it began.
+    for (const AudioFormat format : {AudioFormat{44100, 1}, kStereo48k}) {
+        PCMConverter converter(kEngineFormat);
+        const auto empty = converter.convert(AudioBuffer(format, 0));
+        ASSERT_TRUE(empty) << format.sampleRate;
+        EXPECT_EQ(empty->frameLength(), 0u);
+        const auto out = convertAll(converter, sineBuffers(format, 20, 2048));
+        EXPECT_GE(out.size(), 20u * 2048u * 16000u / uint32_t(format.sampleRate) - 1024u);
+        EXPECT_LT(worstSineResidual(out, 500, out.size(), 16000.0), 2e-3);
+    }
 }
 
 TEST(PCMConverter, ATonePassesBufferJoinsWithoutADiscontinuity)
@@ -149,7 +165,8 @@ TEST(PCMConverter, AnUnusableFormatYieldsNothingUntilTheFormatChanges)
     PCMConverter converter(kEngineFormat);
     EXPECT_FALSE(converter.convert(AudioBuffer({48000, 0}, 256)));
     EXPECT_FALSE(converter.convert(AudioBuffer({48000, 0}, 256)));
-    EXPECT_EQ(converter.converterBuilds(), 1) << "a failed build is not retried for the same format";
+    EXPECT_EQ(converter.converterBuilds(), 1)
+        << "a failed build is not retried for the same format";
     EXPECT_FALSE(converter.convert(AudioBuffer({0, 1}, 256)));
     EXPECT_TRUE(converter.convert(sineBuffers(kStereo48k, 1, 256)[0]));
 }

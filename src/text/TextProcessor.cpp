@@ -4,6 +4,7 @@
 
 #include <QRegularExpression>
 #include <QTextBoundaryFinder>
+#include <optional>
 
 namespace vocari::TextProcessor {
 
@@ -34,21 +35,67 @@ char32_t lastCodePoint(QStringView text)
     return text[last].unicode();
 }
 
-// Matches `heard` literally, case-insensitively and as whole words: a word boundary is only
-// required on a side that ends in a letter or number, so a rule such as "(c)" also matches
-// inside other text. Code points are checked so that letters beyond the BMP count as letters.
-QRegularExpression wholeWordPattern(const QString &heard)
+// Letters, numbers and the combining marks that belong to them. A side of the heard text that
+// ends in one of these must meet the edge of a word.
+bool isWordCharacter(char32_t c)
 {
-    QString pattern = QRegularExpression::escape(heard);
-    if (QChar::isLetterOrNumber(firstCodePoint(heard)))
-        pattern.prepend(QLatin1String("\\b"));
-    if (QChar::isLetterOrNumber(lastCodePoint(heard)))
-        pattern.append(QLatin1String("\\b"));
-    // Unicode properties make "\b" and case-insensitive matching treat every letter as a
-    // letter; without them PCRE2 counts only ASCII as word characters, so "\b" would find no
-    // word end after "café".
-    return QRegularExpression(pattern, QRegularExpression::CaseInsensitiveOption |
-                                           QRegularExpression::UseUnicodePropertiesOption);
+    return QChar::isLetterOrNumber(c) || QChar::isMark(c);
+}
+
+// What continues a word in the text: besides letters, numbers and underscores, every combining
+// mark (an accent typed as a separate code point, an Indic vowel sign or virama) and the
+// zero-width joiners that shape Indic conjuncts. None of these may sit just outside a match.
+const QLatin1String kWordInText("[\\p{L}\\p{N}\\p{M}\\p{Pc}\\x{200C}\\x{200D}]");
+
+qsizetype codePointLength(QStringView text, qsizetype at)
+{
+    const bool pair =
+        text[at].isHighSurrogate() && at + 1 < text.size() && text[at + 1].isLowSurrogate();
+    return pair ? 2 : 1;
+}
+
+// The heard text as a literal pattern in which every accented letter also matches its
+// decomposed spelling (base letter plus combining marks), so that a rule typed one way finds
+// words written the other way.
+QString literalPattern(const QString &heard)
+{
+    const QString composed = heard.normalized(QString::NormalizationForm_C);
+    QString pattern;
+    for (qsizetype i = 0; i < composed.size();) {
+        const qsizetype length = codePointLength(composed, i);
+        const QString character = composed.sliced(i, length);
+        const QString decomposed = character.normalized(QString::NormalizationForm_D);
+        if (decomposed == character) {
+            pattern += QRegularExpression::escape(character);
+        } else {
+            pattern += QLatin1String("(?:") + QRegularExpression::escape(character) +
+                       QLatin1Char('|') + QRegularExpression::escape(decomposed) + QLatin1Char(')');
+        }
+        i += length;
+    }
+    return pattern;
+}
+
+// Matches `heard` literally, case-insensitively and as whole words: a word edge is only
+// required on a side that ends in a letter, number or mark, so a rule such as "(c)" also
+// matches inside other text. Code points are checked so that letters beyond the BMP count.
+// None when the heard text is not valid UTF-16 or the pattern does not compile.
+std::optional<QRegularExpression> wholeWordPattern(const QString &heard)
+{
+    if (!QStringView(heard).isValidUtf16())
+        return std::nullopt;
+    QString pattern = literalPattern(heard);
+    if (isWordCharacter(firstCodePoint(heard)))
+        pattern.prepend(QLatin1String("(?<!") + kWordInText + QLatin1Char(')'));
+    if (isWordCharacter(lastCodePoint(heard)))
+        pattern.append(QLatin1String("(?!") + kWordInText + QLatin1Char(')'));
+    // Unicode properties make case-insensitive matching and the classes above know every
+    // letter, not ASCII only.
+    QRegularExpression compiled(pattern, QRegularExpression::CaseInsensitiveOption |
+                                             QRegularExpression::UseUnicodePropertiesOption);
+    if (!compiled.isValid())
+        return std::nullopt;
+    return compiled;
 }
 
 // Replaces every match with `replacement` as plain text. QString::replace() would read "\1"
@@ -122,10 +169,8 @@ QString apply(const QString &text, bool capitalize, QStringView ruleText, bool a
 {
     QString result = text.trimmed();
     for (const Rule &rule : rules(ruleText)) {
-        const QRegularExpression pattern = wholeWordPattern(rule.heard);
-        if (!pattern.isValid())
-            continue;
-        result = replaceLiterally(result, pattern, rule.replacement);
+        if (const auto pattern = wholeWordPattern(rule.heard))
+            result = replaceLiterally(result, *pattern, rule.replacement);
     }
     if (capitalize && autoCapitalize)
         result = upperCaseCharacterAt(result, 0);

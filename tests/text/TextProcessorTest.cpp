@@ -95,6 +95,21 @@ TEST(TextProcessorApply, TreatsNonAsciiLettersAsLetters)
     EXPECT_EQ(applyRules("décafé", rule), "décafé");
     EXPECT_EQ(applyRules("Über alles", "über = over"), "over alles");
 
+    // A combining mark belongs to its letter, whether the rule or the text is decomposed.
+    const QString decomposed = QStringLiteral("cafe\u0301");
+    for (const QString &heard : {decomposed, QStringLiteral("café")}) {
+        const QString rule = heard + " = coffee";
+        for (const QString &word : {decomposed, QStringLiteral("café")}) {
+            EXPECT_EQ(applyRules(word + " " + word + "s", rule), "coffee " + word + "s");
+            EXPECT_EQ(applyRules(word.toUpper() + "!", rule), "coffee!");
+        }
+    }
+    EXPECT_EQ(applyRules(decomposed, "cafe = coffee"), decomposed);
+    // Vowel signs and viramas continue an Indic word: "कम" is not a word inside "कमी" or
+    // "कम्प", nor "பட" inside "படம்" or "படி".
+    EXPECT_EQ(applyRules("कमी कम्प कम", "कम = less"), "कमी कम्प less");
+    EXPECT_EQ(applyRules("படம் படி பட", "பட = x"), "படம் படி x");
+
     // Letters outside the Basic Multilingual Plane get their boundaries as well.
     const QString boldA = QString::fromUcs4(U"\U0001D400");
     const QString leading = boldA + "bc = x";

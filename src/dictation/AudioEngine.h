@@ -50,6 +50,10 @@ public:
 signals:
     // The set of capture devices or the default device changed.
     void configurationChanged();
+    // Capture stopped for good while running: the stream broke and could not be opened again
+    // (the device is gone, or keeps failing). Nothing more will be captured until the next
+    // start().
+    void captureLost();
 };
 
 } // namespace vocari

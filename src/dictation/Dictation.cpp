@@ -9,6 +9,7 @@
 
 #include <QCoreApplication>
 #include <QCoro/QCoroTimer>
+#include <QLoggingCategory>
 #include <QPointer>
 #include <QThread>
 #include <cmath>
@@ -16,6 +17,8 @@
 #include <exception>
 
 namespace vocari {
+
+Q_LOGGING_CATEGORY(lcDictation, "vocari.dictation", QtInfoMsg)
 
 namespace {
 
@@ -79,6 +82,8 @@ Dictation::Dictation(std::unique_ptr<AudioEngine> engine, std::shared_ptr<const 
 {
     connect(m_engine.get(), &AudioEngine::configurationChanged, this,
             &Dictation::engineConfigurationChanged, Qt::QueuedConnection);
+    connect(m_engine.get(), &AudioEngine::captureLost, this, &Dictation::captureLost,
+            Qt::QueuedConnection);
 }
 
 Dictation::~Dictation()
@@ -183,7 +188,54 @@ bool Dictation::isRunning(qint64 id) const
     return id == m_session && m_phase != Phase::idle;
 }
 
-QCoro::Task<> Dictation::begin(std::shared_ptr<Transcriber> transcriber, qint64 id)
+void Dictation::begin(std::shared_ptr<Transcriber> transcriber, qint64 id)
+{
+    guarded(beginSteps(std::move(transcriber), id), id);
+}
+
+void Dictation::end(qint64 id)
+{
+    guarded(endSteps(id), id);
+}
+
+QCoro::Task<> Dictation::guarded(QCoro::Task<> steps, qint64 id)
+{
+    const QPointer<Dictation> self(this);
+    std::exception_ptr error;
+    try {
+        co_await std::move(steps);
+    } catch (...) {
+        error = std::current_exception();
+    }
+    if (!error)
+        co_return;
+    co_await ResumeOnMainThread{};
+    if (self)
+        self->fail(id, describe(error, QStringLiteral("The dictation failed.")));
+}
+
+void Dictation::fail(qint64 id, const QString &notice)
+{
+    qCWarning(lcDictation).noquote() << "Dictation ended by an error:" << notice;
+    if (id != m_session || m_phase == Phase::idle)
+        return; // over already, or a newer dictation owns the state
+    if (m_isDemo) {
+        endDemo();
+        return;
+    }
+    const std::shared_ptr<Transcriber> transcriber = m_transcriber;
+    if (transcriber)
+        transcriber->cancel();
+    m_wantsListening = false;
+    stopCapture();
+    m_transcriber.reset();
+    m_polisher.reset();
+    setPhase(Phase::idle);
+    setNotice(notice);
+    finished({});
+}
+
+QCoro::Task<> Dictation::beginSteps(std::shared_ptr<Transcriber> transcriber, qint64 id)
 {
     // Cancelled before the engine was even asked to get ready.
     if (id != m_session)
@@ -241,7 +293,7 @@ void Dictation::keyUp()
             this, [this] { end(m_session); }, Qt::QueuedConnection);
 }
 
-QCoro::Task<> Dictation::end(qint64 id)
+QCoro::Task<> Dictation::endSteps(qint64 id)
 {
     if (id != m_session || m_phase != Phase::listening || !m_transcriber)
         co_return;
@@ -365,6 +417,18 @@ void Dictation::engineConfigurationChanged()
         return;
     if (m_engine->hasDefaultInput())
         return; // capture goes on, on whatever input the system now provides
+    disconnected();
+}
+
+void Dictation::captureLost()
+{
+    if (m_phase != Phase::listening || m_isDemo)
+        return;
+    disconnected();
+}
+
+void Dictation::disconnected()
+{
     drop();
     setNotice(kDisconnected);
     finished({});
@@ -382,7 +446,7 @@ void Dictation::demo()
     setPhase(Phase::listening);
     setTranscript({});
     setNotice(std::nullopt);
-    runDemo(id);
+    guarded(runDemo(id), id);
 }
 
 QCoro::Task<> Dictation::runDemo(qint64 id)
@@ -450,13 +514,15 @@ void Dictation::push(float level, qint64 id)
     // Exact zeros only: a working microphone in a quiet room still delivers some noise.
     m_silentBuffers = level == 0.0f ? m_silentBuffers + 1 : 0;
 
-    const qint64 limit = Preferences::maxSeconds();
-    if (limit >= 1 && !m_isDemo && m_listeningSince.msecsTo(m_clock->now()) > limit * 1000) {
+    const ListeningCheck check =
+        checkListening(m_silentBuffers, m_listeningSince.msecsTo(m_clock->now()),
+                       Preferences::maxSeconds(), m_isDemo);
+    if (check.overTime) {
         // end() ignores all but the first of these.
         QMetaObject::invokeMethod(
             this, [this, id] { end(id); }, Qt::QueuedConnection);
     }
-    setMicSilent(m_silentBuffers >= kSilentBufferLimit && !m_isDemo);
+    setMicSilent(check.micSilent);
 }
 
 void Dictation::setPhase(Phase phase)

@@ -57,7 +57,7 @@ public:
     // A press shorter than this, from capture start to release, is dropped silently.
     static constexpr double kShortestSpeech = 0.25;
     // Consecutive buffers of digital silence after which the microphone counts as silent.
-    static constexpr int kSilentBufferLimit = 35;
+    static constexpr int kSilentBufferLimit = vocari::kSilentBufferLimit;
     // How long a preview runs after the last demo() call.
     static constexpr std::chrono::milliseconds kDemoLength{2500};
 
@@ -118,6 +118,9 @@ public:
     // The set of capture devices changed: a dictation that is listening ends when no input
     // is left at all; otherwise capture goes on.
     void engineConfigurationChanged();
+    // Capture stopped for good while listening: the dictation ends as for an unplugged
+    // microphone.
+    void captureLost();
 
     // The level of one captured buffer (see inputLevel()).
     static float level(const AudioBuffer &buffer) { return inputLevel(buffer); }
@@ -132,9 +135,19 @@ signals:
     void isDemoChanged(bool isDemo);
 
 private:
-    QCoro::Task<> begin(std::shared_ptr<Transcriber> transcriber, qint64 id);
-    QCoro::Task<> end(qint64 id);
+    // The coroutines below are started and left to run on their own; each goes through
+    // guarded(), so that an error thrown after a wait ends the dictation instead of vanishing
+    // with the coroutine and leaving the session stuck.
+    void begin(std::shared_ptr<Transcriber> transcriber, qint64 id);
+    void end(qint64 id);
+    QCoro::Task<> beginSteps(std::shared_ptr<Transcriber> transcriber, qint64 id);
+    QCoro::Task<> endSteps(qint64 id);
     QCoro::Task<> runDemo(qint64 id);
+    QCoro::Task<> guarded(QCoro::Task<> steps, qint64 id);
+    // Ends the dictation with that number, if it still runs, with the notice.
+    void fail(qint64 id, const QString &notice);
+    // The device is gone: ends a listening dictation with "Microphone disconnected.".
+    void disconnected();
     void abort(const std::shared_ptr<Transcriber> &transcriber,
                const std::optional<QString> &notice);
     // Ends a running dictation at once, cancelling its transcriber.

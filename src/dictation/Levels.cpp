@@ -51,4 +51,11 @@ bool LevelHistory::reset()
     return true;
 }
 
+ListeningCheck checkListening(int silentBuffers, qint64 listenedMs, qint64 maxSeconds, bool preview)
+{
+    if (preview)
+        return {};
+    return {silentBuffers >= kSilentBufferLimit, maxSeconds >= 1 && listenedMs > maxSeconds * 1000};
+}
+
 } // namespace vocari

@@ -32,4 +32,20 @@ private:
     QList<float> m_values;
 };
 
+// Consecutive buffers of digital silence after which the microphone counts as silent.
+inline constexpr int kSilentBufferLimit = 35;
+
+// What the audio of a running dictation says about it, after each level.
+struct ListeningCheck
+{
+    bool micSilent = false; // only digital silence for long enough: the microphone is off
+    bool overTime = false;  // longer than the time limit allows: the dictation should end
+};
+
+// `silentBuffers` counts the consecutive buffers of digital silence, `listenedMs` the time since
+// capture started, `maxSeconds` the time limit (below 1: none). The preview's simulated audio
+// is neither a silent microphone nor bound by the time limit.
+ListeningCheck checkListening(int silentBuffers, qint64 listenedMs, qint64 maxSeconds,
+                              bool preview);
+
 } // namespace vocari

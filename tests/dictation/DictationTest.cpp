@@ -396,6 +396,28 @@ TEST_F(DictationTest, PrepareOrCaptureFailureAbortsWithTheErrorText)
     EXPECT_EQ(m_finished.size(), 3);
 }
 
+TEST_F(DictationTest, ErrorAfterAWaitEndsTheDictationWithANotice)
+{
+    // Thrown once finish() has returned: the dictation must not stay in finishing.
+    next()->failureThrows = QStringLiteral("The engine broke while finishing.");
+    startListening();
+    m_clock->advance(1s);
+    release();
+    EXPECT_EQ(m_dictation->phase(), Phase::idle);
+    EXPECT_EQ(m_dictation->notice(), QStringLiteral("The engine broke while finishing."));
+    EXPECT_EQ(m_finished, QStringList{QString()});
+    EXPECT_EQ(m_made.back()->cancelCalls, 1);
+
+    // Thrown by an observer once the engine is ready: capture stops, the dictation ends.
+    m_dictation->setOnListening([] { throw std::runtime_error("The start sound failed."); });
+    press();
+    settle();
+    EXPECT_EQ(m_dictation->phase(), Phase::idle);
+    EXPECT_EQ(m_dictation->notice(), QStringLiteral("The start sound failed."));
+    EXPECT_FALSE(m_engine->capturing());
+    EXPECT_EQ(m_finished.size(), 2);
+}
+
 TEST_F(DictationTest, KeyDownWithoutAnyMicrophoneEndsAtOnce)
 {
     m_engine->defaultInput = false;
@@ -438,6 +460,15 @@ TEST_F(DictationTest, MicrophoneLossEndsTheDictationOnlyWhenNoInputIsLeft)
     settle();
     EXPECT_EQ(m_dictation->transcript(), QString());
 
+    // Capture that stops for good ends the dictation the same way.
+    m_engine->defaultInput = true;
+    startListening();
+    m_engine->loseCapture();
+    settle();
+    EXPECT_EQ(m_dictation->phase(), Phase::idle);
+    EXPECT_EQ(m_dictation->notice(), QStringLiteral("Microphone disconnected."));
+    EXPECT_EQ(m_finished.size(), 2);
+
     // Neither a dictation getting ready nor the preview reacts to device changes.
     m_engine->defaultInput = true;
     next()->holdPrepare = true;
@@ -449,6 +480,7 @@ TEST_F(DictationTest, MicrophoneLossEndsTheDictationOnlyWhenNoInputIsLeft)
     m_dictation->cancel();
     m_dictation->demo();
     m_engine->unplug(false);
+    m_engine->loseCapture();
     settle();
     EXPECT_TRUE(m_dictation->isDemo());
     EXPECT_EQ(m_dictation->phase(), Phase::listening);
@@ -692,7 +724,7 @@ TEST_F(DictationTest, LevelsFollowTheCapturedAudioAndResetAtEveryPress)
 
     m_clock->advance(1s);
     release();
-    m_engine->deliver(tone(0.5f)); // capture has stopped: ignored
+    m_engine->deliverLate(tone(0.5f)); // captured before the stop, arriving after it: ignored
     settle();
     EXPECT_EQ(m_dictation->levels(), levels);
 

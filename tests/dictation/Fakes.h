@@ -66,7 +66,15 @@ public:
     int cancelCalls = 0;
     std::atomic<int> fedBuffers{0};
 
-    std::optional<QString> failure() const override { return failureText; }
+    // Thrown by failure(), which the session asks after finish() returns.
+    std::optional<QString> failureThrows;
+
+    std::optional<QString> failure() const override
+    {
+        if (failureThrows)
+            throw TranscriberError(*failureThrows);
+        return failureText;
+    }
 
     QCoro::Task<> prepare() override
     {
@@ -132,13 +140,25 @@ public:
     void stop() override
     {
         ++stops;
-        m_tap = nullptr;
+        m_lastTap = std::exchange(m_tap, nullptr);
     }
 
     void deliver(const AudioBuffer &buffer)
     {
         if (m_tap)
             m_tap(buffer);
+    }
+    // A buffer captured just before the last stop, whose level is still on its way.
+    void deliverLate(const AudioBuffer &buffer)
+    {
+        if (m_lastTap)
+            m_lastTap(buffer);
+    }
+    // The stream broke and could not be opened again.
+    void loseCapture()
+    {
+        m_tap = nullptr;
+        emit captureLost();
     }
     // A device went away; `inputLeft` says whether the system still has a default input.
     void unplug(bool inputLeft)
@@ -149,6 +169,7 @@ public:
 
 private:
     Tap m_tap;
+    Tap m_lastTap;
 };
 
 // A clock that stands still until the test moves it.

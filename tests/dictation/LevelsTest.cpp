@@ -81,6 +81,21 @@ TEST(LevelHistoryTest, RisesAtOnceAndFallsSlowly)
     EXPECT_FALSE(history.reset());
 }
 
+TEST(ListeningCheckTest, SilenceAndTheTimeLimitCountOnlyForARealDictation)
+{
+    const ListeningCheck quietLong = checkListening(kSilentBufferLimit, 5001, 5, false);
+    EXPECT_TRUE(quietLong.micSilent);
+    EXPECT_TRUE(quietLong.overTime);
+    EXPECT_FALSE(checkListening(kSilentBufferLimit - 1, 5000, 5, false).micSilent);
+    EXPECT_FALSE(checkListening(0, 5000, 5, false).overTime);   // not more than 5 s yet
+    EXPECT_FALSE(checkListening(0, 600000, 0, false).overTime); // no limit
+
+    // The preview's simulated audio is never a silent microphone nor over time.
+    const ListeningCheck preview = checkListening(100, 600000, 1, true);
+    EXPECT_FALSE(preview.micSilent);
+    EXPECT_FALSE(preview.overTime);
+}
+
 TEST(TimingLogTest, LineHasEveryFieldInItsFormat)
 {
     DictationTiming timing;

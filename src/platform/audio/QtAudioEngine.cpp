@@ -6,6 +6,7 @@
 #include <QAudioSource>
 #include <QLoggingCategory>
 #include <QMediaDevices>
+#include <QPointer>
 #include <chrono>
 #include <condition_variable>
 #include <memory>
@@ -40,12 +41,15 @@ public:
         connect(&m_stallCheck, &QTimer::timeout, this, &CaptureSession::checkStalled);
     }
 
-    // Starts capture from the device; returns an error message, empty on success.
-    QString open(const QString &deviceId, const QAudioDevice &device, AudioEngine::Tap tap)
+    // Starts capture from the device; returns an error message, empty on success. `lost` is
+    // called on this thread if capture later stops for good.
+    QString open(const QString &deviceId, const QAudioDevice &device, AudioEngine::Tap tap,
+                 std::function<void()> lost)
     {
         close();
         m_deviceId = deviceId;
         m_tap = std::move(tap);
+        m_lost = std::move(lost);
         m_reopens = 0;
         const QString error = openSource(device);
         if (!error.isEmpty()) {
@@ -62,6 +66,7 @@ public:
         m_stallCheck.stop();
         closeSource();
         m_tap = nullptr;
+        m_lost = nullptr;
     }
 
 private:
@@ -99,7 +104,8 @@ private:
         if (m_tap && m_assembler)
             m_assembler->flush(m_tap);
         m_source->disconnect(this);
-        m_io->disconnect(this);
+        if (m_io)
+            m_io->disconnect(this);
         m_source->stop();
         m_source.reset();
         m_io = nullptr;
@@ -141,7 +147,11 @@ private:
             return;
         closeSource();
         if (m_reopens >= kMaxReopens) {
+            qCWarning(lcCapture) << "Capture could not be resumed; giving up";
             m_stallCheck.stop();
+            m_tap = nullptr;
+            if (const auto lost = std::exchange(m_lost, nullptr))
+                lost();
             return;
         }
         ++m_reopens;
@@ -152,8 +162,10 @@ private:
 
     QString m_deviceId;
     AudioEngine::Tap m_tap;
+    std::function<void()> m_lost;
     std::unique_ptr<QAudioSource> m_source;
-    QIODevice *m_io = nullptr;
+    // Owned by the source, which deletes it when the stream fails (a sound server that dies).
+    QPointer<QIODevice> m_io;
     std::optional<CaptureAssembler> m_assembler;
     QTimer m_stallCheck{this};
     Clock::time_point m_lastAudio;
@@ -201,17 +213,30 @@ AudioFormat QtAudioEngine::inputFormat(const QString &deviceId) const
 
 void QtAudioEngine::start(const QString &deviceId, Tap tap)
 {
+    // Taken before the stream opens, so that a device vanishing meanwhile counts as a change.
+    m_devices = currentDeviceState();
     const QAudioDevice device = InputDevices::route(deviceId);
+    const quint64 run = ++m_runs;
+    const QPointer<QtAudioEngine> self(this);
+    // Reported for this run only: a late report must not end a later capture.
+    auto lost = [self, run] {
+        ThreadHandOver::postToMainThread([self, run] {
+            if (self && self->m_capturing && self->m_runs == run)
+                emit self->captureLost();
+        });
+    };
     QString error;
-    runOnCaptureThread([&] { error = m_session->open(deviceId, device, std::move(tap)); });
+    runOnCaptureThread(
+        [&] { error = m_session->open(deviceId, device, std::move(tap), std::move(lost)); });
     if (!error.isEmpty())
         throw CaptureError(error);
-    m_devices = currentDeviceState();
+    m_capturing = true;
     m_devicePoll.start();
 }
 
 void QtAudioEngine::stop()
 {
+    m_capturing = false;
     m_devicePoll.stop();
     runOnCaptureThread([this] { m_session->close(); });
 }

@@ -16,7 +16,8 @@ class CaptureSession;
 // Audio capture through Qt Multimedia (PulseAudio or PipeWire): a QAudioSource on a capture
 // thread of its own, reading the device in its preferred format and handing the tap planar
 // float buffers of 2048 frames. A stream that breaks or goes quiet without a word (a killed
-// stream, a restarted sound server) is opened again.
+// stream, a restarted sound server) is opened again; when that keeps failing, captureLost()
+// says so.
 //
 // Device changes are announced through QMediaDevices where the Qt version does so; as Qt 6.4
 // with PulseAudio updates its device list without telling anyone, the list is also compared
@@ -54,6 +55,8 @@ private:
     DeviceState m_devices;
     QThread m_captureThread;
     CaptureSession *m_session; // lives on the capture thread
+    quint64 m_runs = 0;        // captures started so far
+    bool m_capturing = false;
 };
 
 } // namespace vocari

@@ -344,5 +344,19 @@ TEST_F(PulseCaptureTest, UnpluggedMicrophoneEndsTheDictationOnlyWhenNoInputIsLef
     ASSERT_TRUE(s_server->addMicrophone());
 }
 
+TEST_F(PulseCaptureTest, CaptureThatCannotBeResumedEndsTheDictation)
+{
+    press(QStringLiteral("never delivered"));
+    ASSERT_TRUE(waitUntil([this] { return m_recorder->record().buffers > 3; }));
+    // The sound server goes away for good: every attempt to open the stream again fails.
+    // (Last in this file: the server is gone for whatever runs after it in this process.)
+    s_server->crash();
+    ASSERT_TRUE(waitUntil([this] { return !m_finished.isEmpty(); }, 20s))
+        << "the dictation kept listening to a dead stream";
+    EXPECT_EQ(m_finished, QStringList{QString()});
+    EXPECT_EQ(m_dictation.phase(), Phase::idle);
+    EXPECT_EQ(m_dictation.notice(), QStringLiteral("Microphone disconnected."));
+}
+
 } // namespace
 } // namespace vocari::test

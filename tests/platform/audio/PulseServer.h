@@ -36,6 +36,8 @@ public:
     bool addMicrophone();
     // Removes the microphone, as if it were unplugged.
     bool removeMicrophone();
+    // Ends the server, as a crash would; every stream and device goes with it.
+    void crash() { m_server->terminate(); }
     // Starts playing a sound file into the speaker; the caller waits for it to end.
     std::unique_ptr<ChildProcess> play(const QString &path) const;
 

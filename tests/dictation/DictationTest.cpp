@@ -2,10 +2,9 @@
 
 #include "Fakes.h"
 #include "settings/Preferences.h"
+#include "support/EventLoop.h"
 #include "support/ScopedSettings.h"
 
-#include <QElapsedTimer>
-#include <QThread>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <thread>
@@ -119,29 +118,6 @@ protected:
     {
         m_dictation->keyUp();
         settle();
-    }
-
-    // Spins the event loop for a while, for the preview's real sleeps.
-    static void spin(std::chrono::milliseconds duration)
-    {
-        QElapsedTimer timer;
-        timer.start();
-        while (timer.elapsed() < duration.count()) {
-            QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-            QThread::msleep(2);
-        }
-    }
-
-    template <typename Predicate> static bool waitUntil(Predicate done)
-    {
-        QElapsedTimer timer;
-        timer.start();
-        while (!done()) {
-            if (timer.elapsed() > 5000)
-                return false;
-            spin(5ms);
-        }
-        return true;
     }
 
     ScopedSettings m_settings;

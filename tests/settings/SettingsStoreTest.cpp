@@ -1,5 +1,6 @@
 #include "settings/SettingsStore.h"
 
+#include "support/EventLoop.h"
 #include "support/ScopedSettings.h"
 
 #include <QCoreApplication>
@@ -11,7 +12,6 @@
 #include <QJsonDocument>
 #include <QSaveFile>
 #include <QTemporaryDir>
-#include <QThread>
 #include <atomic>
 #include <gtest/gtest.h>
 #include <limits>
@@ -20,20 +20,6 @@
 
 namespace vocari {
 namespace {
-
-// Runs the event loop until `done` holds; the limit is far beyond what the condition needs, so
-// that only a missing event fails the test.
-template <typename Condition> bool processEventsUntil(Condition done)
-{
-    QDeadlineTimer deadline(10'000);
-    while (!done()) {
-        if (deadline.hasExpired())
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        QThread::msleep(2);
-    }
-    return true;
-}
 
 // Collects the keys a store announces as changed.
 class ChangeLog
@@ -166,7 +152,7 @@ TEST(SettingsStoreTest, SignalsOnlyRealChanges)
     QJsonObject edited = fileObject(store.filePath());
     edited.insert("c", "external");
     replaceFile(store.filePath(), QJsonDocument(edited).toJson());
-    ASSERT_TRUE(processEventsUntil([&] { return log.count("c") > 0; }));
+    ASSERT_TRUE(test::waitUntil([&] { return log.count("c") > 0; }));
     EXPECT_EQ(log.keys(), QStringList{"c"});
 }
 
@@ -250,7 +236,7 @@ TEST(SettingsStoreTest, ExternalEditsArePickedUp)
     EXPECT_EQ(store.boolean("sounds"), false);
     EXPECT_EQ(store.string("language"), "it-IT");
     EXPECT_TRUE(log.keys().isEmpty()); // announced from the event loop, not from the read
-    ASSERT_TRUE(processEventsUntil([&] { return log.keys().size() >= 2; }));
+    ASSERT_TRUE(test::waitUntil([&] { return log.keys().size() >= 2; }));
     QStringList announced = log.keys();
     announced.sort();
     EXPECT_EQ(announced, (QStringList{"language", "sounds"}));
@@ -258,7 +244,7 @@ TEST(SettingsStoreTest, ExternalEditsArePickedUp)
     // Without a read, the file watcher brings the news; an edit in place is seen as well.
     log.clear();
     overwriteFile(store.filePath(), R"({"sounds": false, "hud.margin": 20.5})");
-    ASSERT_TRUE(processEventsUntil([&] { return log.keys().size() >= 2; }));
+    ASSERT_TRUE(test::waitUntil([&] { return log.keys().size() >= 2; }));
     announced = log.keys();
     announced.sort();
     EXPECT_EQ(announced, (QStringList{"hud.margin", "language"}));
@@ -313,23 +299,8 @@ TEST(SettingsStoreTest, ReadsFromOtherThreadsWhileWriting)
     EXPECT_EQ(fileObject(store.filePath()).value("counter").toInt(), 200);
 }
 
-TEST(SettingsStoreTest, SharedStoreAndDefaultLocation)
+TEST(SettingsStoreTest, DefaultLocationFollowsXdgConfigHome)
 {
-    {
-        test::ScopedSettings outer;
-        EXPECT_EQ(&SettingsStore::shared(), &outer.store());
-        {
-            test::ScopedSettings inner;
-            EXPECT_EQ(&SettingsStore::shared(), &inner.store());
-        }
-        EXPECT_EQ(&SettingsStore::shared(), &outer.store());
-
-        SettingsStore replacement(outer.folder() + "/other.json");
-        EXPECT_EQ(SettingsStore::setShared(&replacement), &outer.store());
-        EXPECT_EQ(&SettingsStore::shared(), &replacement);
-        EXPECT_EQ(SettingsStore::setShared(&outer.store()), &replacement);
-    }
-
     const QByteArray saved = qgetenv("XDG_CONFIG_HOME");
     const bool wasSet = qEnvironmentVariableIsSet("XDG_CONFIG_HOME");
     qputenv("XDG_CONFIG_HOME", "/tmp/config-here");

@@ -7,6 +7,7 @@
 #include "engines/Transcriber.h"
 #include "engines/WavFile.h"
 #include "settings/Preferences.h"
+#include "support/EventLoop.h"
 #include "support/ScopedSettings.h"
 
 #include <QCoreApplication>
@@ -102,24 +103,6 @@ private:
     mutable std::mutex m_lock;
     Record m_record;
 };
-
-template <typename Predicate> bool waitUntil(Predicate done, std::chrono::milliseconds limit = 10s)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!done()) {
-        if (timer.elapsed() > limit.count())
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        QThread::msleep(5);
-    }
-    return true;
-}
-
-void spin(std::chrono::milliseconds duration)
-{
-    waitUntil([] { return false; }, duration);
-}
 
 bool hasInput(const QString &id, const QString &name)
 {

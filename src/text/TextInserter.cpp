@@ -5,13 +5,16 @@
 #include "settings/Preferences.h"
 
 #include <QClipboard>
+#include <QFile>
 #include <QGuiApplication>
 #include <QLoggingCategory>
 #include <QMimeData>
 #include <QPointer>
+#include <QRegularExpression>
 #include <QTextBoundaryFinder>
 #include <QTimer>
 #include <array>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -27,10 +30,13 @@ constexpr int restoreDelayMs = 500;
 // Every format the clipboard offered, in its order, with its bytes.
 using ClipboardCopy = std::vector<std::pair<QString, QByteArray>>;
 
+// What the user had before the dictation was pasted: the clipboard, and the primary selection
+// when the paste went through it too.
 struct PendingRestore
 {
     QPointer<QTimer> timer;
-    ClipboardCopy saved;
+    ClipboardCopy clipboard;
+    std::optional<ClipboardCopy> selection;
 };
 
 PendingRestore &pending()
@@ -62,20 +68,22 @@ ClipboardCopy copyOf(const QMimeData *data)
     return copy;
 }
 
-void restore(const ClipboardCopy &saved)
+void restore(const ClipboardCopy &saved, QClipboard::Mode mode)
 {
     QClipboard *board = clipboard();
-    // Another program copied something meanwhile: that is now the user's content.
-    if (!board || !board->ownsClipboard())
+    // Another program took it meanwhile: that is now the user's content.
+    const bool owned =
+        board && (mode == QClipboard::Selection ? board->ownsSelection() : board->ownsClipboard());
+    if (!owned)
         return;
     if (saved.empty()) {
-        board->clear();
+        board->clear(mode);
         return;
     }
     auto *data = new QMimeData;
     for (const auto &[format, bytes] : saved)
         data->setData(format, bytes);
-    board->setMimeData(data);
+    board->setMimeData(data, mode);
 }
 
 X11Keyboard::Shortcut shortcutFor(PasteKeys keys)
@@ -100,48 +108,59 @@ void insert(const QString &text)
         qCWarning(lcInserter, "Cannot paste: the program has no graphical session.");
         return;
     }
+    const ActiveWindow window = ActiveWindow::current();
+    const PasteKeys keys =
+        pasteKeys(Preferences::pasteShortcut(), window.instanceName, window.className);
+    // xterm and urxvt paste the primary selection on Shift+Insert; other programs paste the
+    // clipboard, so the text goes on both.
+    const bool viaSelection = keys == PasteKeys::shiftInsert && board->supportsSelection();
 
     // Within the restore delay of an earlier paste the clipboard holds that dictation; what
     // the user had before it is the content to come back.
     PendingRestore &state = pending();
-    ClipboardCopy saved;
     if (state.timer) {
         delete state.timer;
-        saved = std::exchange(state.saved, {});
     } else {
-        saved = copyOf(board->mimeData());
+        state.clipboard = copyOf(board->mimeData());
+        state.selection.reset();
     }
+    if (viaSelection && !state.selection)
+        state.selection = copyOf(board->mimeData(QClipboard::Selection));
 
     board->setText(text);
-    const ActiveWindow window = ActiveWindow::current();
-    X11Keyboard::shared().paste(shortcutFor(
-        pasteKeys(Preferences::pasteShortcut(), window.instanceName, window.className)));
+    if (viaSelection)
+        board->setText(text, QClipboard::Selection);
+    X11Keyboard::shared().paste(shortcutFor(keys));
 
-    if (Preferences::keepOnClipboard())
+    if (Preferences::keepOnClipboard()) {
+        state = {};
         return;
+    }
     auto *timer = new QTimer(QCoreApplication::instance());
     timer->setSingleShot(true);
     state.timer = timer;
-    state.saved = std::move(saved);
     QObject::connect(timer, &QTimer::timeout, timer, [timer] {
-        PendingRestore &restoreState = pending();
-        const ClipboardCopy content = std::exchange(restoreState.saved, {});
-        restoreState.timer = nullptr;
+        PendingRestore saved = std::exchange(pending(), {});
         timer->deleteLater();
-        restore(content);
+        restore(saved.clipboard, QClipboard::Clipboard);
+        if (saved.selection)
+            restore(*saved.selection, QClipboard::Selection);
     });
     timer->start(restoreDelayMs);
 }
 
-void type(const QString &text)
+qsizetype type(const QString &text)
 {
     if (text.isEmpty())
-        return;
+        return 0;
     // A line break is one Return, whichever convention the text uses.
     QString lines = text;
     lines.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
     lines.replace(QChar(u'\r'), QChar(u'\n'));
-    X11Keyboard::shared().type(typingChunks(lines));
+    const std::optional<QString> sent = X11Keyboard::shared().type(typingChunks(lines));
+    if (!sent)
+        return 0;
+    return backspaceCount(*sent, backspaceRule(ActiveWindow::current()));
 }
 
 void erase(qsizetype count)
@@ -169,12 +188,54 @@ QStringList typingChunks(const QString &text)
     return chunks;
 }
 
-qsizetype characterCount(const QString &text)
+BackspaceRule backspaceRule(const ActiveWindow &window)
 {
+    if (!window.processId || isTerminal(window.instanceName) || isTerminal(window.className))
+        return BackspaceRule::codePoint;
+    // The program's mapped libraries tell its toolkit; a process of another user cannot be
+    // read, and is taken for a program of the common rule.
+    QFile maps(QStringLiteral("/proc/%1/maps").arg(*window.processId));
+    if (!maps.open(QIODevice::ReadOnly))
+        return BackspaceRule::codePoint;
+    static const QRegularExpression gtk(QStringLiteral("/libgtk-[34]\\.so"));
+    return gtk.match(QString::fromLocal8Bit(maps.readAll())).hasMatch() ? BackspaceRule::gtk
+                                                                        : BackspaceRule::codePoint;
+}
+
+qsizetype backspaceCount(const QString &text, BackspaceRule rule)
+{
+    const auto codePoints = [](QStringView piece) { return piece.toUcs4().size(); };
+    if (rule == BackspaceRule::codePoint)
+        return codePoints(text);
+
+    // GTK deletes a cluster at once when its first character comes from a script whose
+    // accents the user thinks of as part of the letter (or is an emoji or other symbol), and
+    // one code point at a time elsewhere (an Indic conjunct loses its parts one by one).
+    const auto wholeCluster = [](char32_t first) {
+        if (first <= 0x2af)
+            return true;
+        switch (QChar::script(first)) {
+        case QChar::Script_Latin:
+        case QChar::Script_Greek:
+        case QChar::Script_Cyrillic:
+        case QChar::Script_Hiragana:
+        case QChar::Script_Katakana:
+        case QChar::Script_Hangul:
+            return true;
+        case QChar::Script_Common:
+            return QChar::category(first) == QChar::Symbol_Other;
+        default:
+            return false;
+        }
+    };
     QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
     qsizetype count = 0;
-    while (finder.toNextBoundary() != -1)
-        ++count;
+    qsizetype start = 0;
+    for (qsizetype end = finder.toNextBoundary(); end != -1; end = finder.toNextBoundary()) {
+        const QStringView cluster = QStringView(text).mid(start, end - start);
+        count += wholeCluster(cluster.toUcs4().value(0)) ? 1 : codePoints(cluster);
+        start = end;
+    }
     return count;
 }
 
@@ -208,8 +269,14 @@ PasteKeys pasteKeys(const QString &setting, const QString &instanceName, const Q
         return PasteKeys::ctrlShiftV;
     if (setting == u"shiftInsert")
         return PasteKeys::shiftInsert;
-    return isTerminal(instanceName) || isTerminal(className) ? PasteKeys::ctrlShiftV
-                                                             : PasteKeys::ctrlV;
+    if (!isTerminal(instanceName) && !isTerminal(className))
+        return PasteKeys::ctrlV;
+    // xterm and urxvt bind no key to the clipboard; Shift+Insert pastes their selection.
+    for (const QString &name : {instanceName.toLower(), className.toLower()}) {
+        if (name == u"xterm" || name == u"urxvt" || name == u"rxvt-unicode")
+            return PasteKeys::shiftInsert;
+    }
+    return PasteKeys::ctrlShiftV;
 }
 
 } // namespace vocari::TextInserter

@@ -5,10 +5,12 @@
 
 namespace vocari {
 
+struct ActiveWindow;
+
 // Puts finished text into the focused window of another program, by pasting it through the
 // clipboard or by typing it, and erases live-typed text again. The caller decides which to
-// use and checks input access first; the inserter reports nothing (a program that ignores the
-// keys cannot be detected). Everything runs on the main thread.
+// use and checks input access first; the inserter cannot tell whether the program took the
+// keys. Everything runs on the main thread.
 namespace TextInserter {
 
 enum class PasteKeys
@@ -22,15 +24,18 @@ enum class PasteKeys
 // the paste shortcut and, 0.5 s later, puts the saved clipboard back (unless the
 // "keepOnClipboard" setting is on, or another program has taken the clipboard meanwhile).
 // Returns at once. A paste that follows another within those 0.5 s keeps the clipboard the
-// user had before the first, so the user's content is what comes back in the end.
+// user had before the first, so the user's content is what comes back in the end. A paste
+// with Shift+Insert, which xterm and urxvt answer from the primary selection, puts the text
+// on the primary selection as well and restores that the same way.
 void insert(const QString &text);
 
-// Types the text as keystrokes, in chunks of typingChunks(). Returns once every key has been
-// sent. An empty text sends nothing.
-void type(const QString &text);
+// Types the text as keystrokes into the focused window, in chunks of typingChunks(). Returns
+// once every key has been sent, with the number of BackSpace presses that erase what was
+// typed in that window (characters that could not be typed are not counted). An empty text
+// sends nothing and returns 0.
+qsizetype type(const QString &text);
 
-// Presses BackSpace `count` times, erasing that many characters (grapheme clusters) before
-// the cursor.
+// Presses BackSpace `count` times.
 void erase(qsizetype count);
 
 // Whether a clipboard restore is still waiting to run.
@@ -40,12 +45,27 @@ bool restorePending();
 // two halves of a surrogate pair ends one unit earlier.
 QStringList typingChunks(const QString &text);
 
-// The number of characters as the user sees them (grapheme clusters): what erase() takes.
-qsizetype characterCount(const QString &text);
+// What one BackSpace takes back in a program. Qt widgets, terminals and most other programs
+// delete the last code point, so a flag or a family emoji takes several. GTK deletes a whole
+// grapheme cluster when it starts with a Latin, Greek, Cyrillic, kana, Hangul or symbol
+// character (emoji included), and one code point of a cluster in any other script.
+enum class BackspaceRule
+{
+    codePoint,
+    gtk
+};
+
+// The rule of the program behind a window: GTK for a GTK program that is not a terminal (a
+// terminal hands BackSpace to the program running in it).
+BackspaceRule backspaceRule(const ActiveWindow &window);
+
+// How many BackSpace presses erase the text under the rule.
+qsizetype backspaceCount(const QString &text, BackspaceRule rule);
 
 // The shortcut for the "pasteShortcut" setting ("auto", "ctrlV", "ctrlShiftV", "shiftInsert")
-// and the focused window's WM_CLASS parts: "auto" uses Ctrl+Shift+V in terminals, which take
-// Ctrl+V for themselves, and Ctrl+V everywhere else.
+// and the focused window's WM_CLASS parts. "auto" uses each terminal's own paste, as terminals
+// take Ctrl+V for themselves: Shift+Insert in xterm and urxvt, Ctrl+Shift+V in the others, and
+// Ctrl+V everywhere else.
 PasteKeys pasteKeys(const QString &setting, const QString &instanceName, const QString &className);
 
 // Whether a WM_CLASS name belongs to a known terminal emulator ("xterm", "Gnome-terminal",

@@ -227,10 +227,11 @@ bool X11Keyboard::ready()
     return true;
 }
 
-bool X11Keyboard::type(const QStringList &chunks)
+std::optional<QString> X11Keyboard::type(const QStringList &chunks)
 {
     if (!ready())
-        return false;
+        return std::nullopt;
+    QString sent;
     Display *display = m_connection->display();
     const X11Keymap keymap(display);
     {
@@ -256,17 +257,19 @@ bool X11Keyboard::type(const QStringList &chunks)
                 } else if (const unsigned int keycode = borrowKeycode(keysym, keymap)) {
                     stroke = X11Keymap::Stroke{keycode, false};
                 }
-                if (stroke)
+                if (stroke) {
                     posting.tap(*stroke);
-                else
+                    sent += QString::fromUcs4(&character, 1);
+                } else {
                     qCDebug(lcX11, "no keycode to type keysym 0x%lx", keysym);
+                }
             }
             XFlush(display);
         }
     }
     if (!m_borrowed.empty())
         m_restoreTimer.start();
-    return true;
+    return sent;
 }
 
 bool X11Keyboard::isBorrowed(unsigned int keycode) const

@@ -6,6 +6,7 @@
 #include <QTimer>
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace vocari {
@@ -43,8 +44,9 @@ public:
     static X11Keyboard &shared();
 
     // Types the chunks one after the other, each character through its keysym; the server is
-    // flushed after every chunk. False when there is no display.
-    bool type(const QStringList &chunks);
+    // flushed after every chunk. Returns the characters that were sent, which leaves out those
+    // without a keysym or a keycode to type them with; none when there is no display.
+    std::optional<QString> type(const QStringList &chunks);
     // Presses BackSpace `count` times.
     bool erase(std::int64_t count);
     // Presses the paste shortcut once.

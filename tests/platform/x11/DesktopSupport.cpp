@@ -57,6 +57,18 @@ TestWindow::~TestWindow()
 
 bool TestWindow::start(const QStringList &arguments)
 {
+    return launch(QStringLiteral(VOCARI_TEST_WINDOW), arguments);
+}
+
+bool TestWindow::startGtk()
+{
+    // Debian's GTK bindings belong to the system's Python, whatever python3 comes first on
+    // the path.
+    return launch(QStringLiteral("/usr/bin/python3"), {QStringLiteral(VOCARI_GTK_TEST_FIELD)});
+}
+
+bool TestWindow::launch(const QString &program, const QStringList &arguments)
+{
     QObject::connect(&m_process, &QProcess::readyReadStandardOutput, &m_process,
                      [this] { readOutput(); });
     m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
@@ -68,8 +80,11 @@ bool TestWindow::start(const QStringList &arguments)
                        sanitizer.isEmpty() ? QStringLiteral("detect_leaks=0")
                                            : sanitizer + QStringLiteral(":detect_leaks=0"));
     m_process.setProcessEnvironment(environment);
-    m_process.start(QStringLiteral(VOCARI_TEST_WINDOW), arguments);
-    return m_process.waitForStarted(10000) && waitUntil([this] { return m_ready; }, 15000);
+    m_process.start(program, arguments);
+    return m_process.waitForStarted(10000) &&
+           waitUntil([this] { return m_ready || m_process.state() == QProcess::NotRunning; },
+                     15000) &&
+           m_ready;
 }
 
 void TestWindow::readOutput()

@@ -22,8 +22,8 @@ bool waitUntil(const std::function<bool()> &condition, int timeoutMs = 10000);
 // connection handle what it caused; true when xdotool succeeded.
 bool xdotool(const QStringList &arguments);
 
-// The test window program (tests/platform/x11/TestWindow.cpp) in a child process, with what it
-// has reported so far.
+// A test window in a child process, with what it has reported so far: the Qt program
+// (TestWindow.cpp) or its GTK 3 counterpart (gtk_test_field.py).
 class TestWindow
 {
 public:
@@ -43,6 +43,8 @@ public:
 
     // Starts the window and waits until it has the keyboard focus.
     bool start(const QStringList &arguments = {});
+    // The same with a GTK entry; false also when GTK 3 for Python is not installed.
+    bool startGtk();
 
     QString text() const { return m_text; }
     const std::vector<Key> &keys() const { return m_keys; }
@@ -60,6 +62,7 @@ public:
     bool settle();
 
 private:
+    bool launch(const QString &program, const QStringList &arguments);
     void readOutput();
 
     QProcess m_process;

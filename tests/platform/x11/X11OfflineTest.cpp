@@ -50,16 +50,34 @@ TEST(TypingChunks, CutAtTwentyUnitsWithoutSplittingSurrogatePairs)
     }
 }
 
-TEST(CharacterCount, CountsWhatTheUserSeesAsOneCharacter)
+TEST(BackspaceCount, FollowsWhatOneBackSpaceDeletesInQtAndGtk)
 {
-    EXPECT_EQ(TextInserter::characterCount(QStringLiteral("hello")), 5);
-    EXPECT_EQ(TextInserter::characterCount(QStringLiteral(" wörld 🎉")), 8);
-    EXPECT_EQ(TextInserter::characterCount(QStringLiteral("e\u0301")), 1);
-    EXPECT_EQ(TextInserter::characterCount(QStringLiteral("🇩🇪👍🏽")), 2);
-    EXPECT_EQ(TextInserter::characterCount(QString()), 0);
+    // Measured in a QPlainTextEdit, a QLineEdit and a GTK 3 entry.
+    struct Case
+    {
+        QString text;
+        qsizetype qt;
+        qsizetype gtk;
+    };
+    const Case cases[] = {
+        {QStringLiteral(" wörld 🎉"), 8, 8},
+        {QStringLiteral("👨‍👩‍👧"), 5, 1},
+        {QStringLiteral("🇫🇷👍🏽"), 4, 2},
+        {QStringLiteral("é"), 2, 1},
+        {QStringLiteral("क्ष"), 3, 3},
+        {QStringLiteral("한日"), 2, 2},
+        {QString(), 0, 0},
+    };
+    for (const Case &c : cases) {
+        EXPECT_EQ(TextInserter::backspaceCount(c.text, TextInserter::BackspaceRule::codePoint),
+                  c.qt)
+            << c.text.toStdString();
+        EXPECT_EQ(TextInserter::backspaceCount(c.text, TextInserter::BackspaceRule::gtk), c.gtk)
+            << c.text.toStdString();
+    }
 }
 
-TEST(PasteShortcut, TerminalsGetCtrlShiftVUnlessTheSettingSaysOtherwise)
+TEST(PasteShortcut, TerminalsGetTheirOwnPasteUnlessTheSettingSaysOtherwise)
 {
     for (const char *name :
          {"XTerm", "xterm", "gnome-terminal-server", "Gnome-terminal", "org.wezfurlong.wezterm",
@@ -71,9 +89,13 @@ TEST(PasteShortcut, TerminalsGetCtrlShiftVUnlessTheSettingSaysOtherwise)
         EXPECT_FALSE(TextInserter::isTerminal(QString::fromLatin1(name))) << name;
 
     const QString autoSetting = QStringLiteral("auto");
+    // xterm and urxvt paste their selection with Shift+Insert.
     EXPECT_EQ(
         TextInserter::pasteKeys(autoSetting, QStringLiteral("xterm"), QStringLiteral("XTerm")),
-        PasteKeys::ctrlShiftV);
+        PasteKeys::shiftInsert);
+    EXPECT_EQ(
+        TextInserter::pasteKeys(autoSetting, QStringLiteral("urxvt"), QStringLiteral("URxvt")),
+        PasteKeys::shiftInsert);
     EXPECT_EQ(TextInserter::pasteKeys(autoSetting, QStringLiteral("Navigator"),
                                       QStringLiteral("firefox")),
               PasteKeys::ctrlV);

@@ -1,0 +1,80 @@
+#!/usr/bin/python3
+# The GTK 3 counterpart of TestWindow.cpp for the X11 tests: one text entry that takes the
+# keyboard focus and reports, on the same lines as the Qt window, its key events and its text:
+#
+#   ready <window id> <process id>
+#   press|release <X keycode> <X modifier state> 0 <percent-encoded text>
+#   text <percent-encoded text of the entry>
+#
+# Commands on standard input: "clear" empties the entry, "quit" ends the program. Exits with 2
+# and a line on standard error when GTK 3 cannot be loaded.
+
+import os
+import sys
+import urllib.parse
+
+try:
+    import gi
+
+    gi.require_version("Gtk", "3.0")
+    from gi.repository import Gdk, GLib, Gtk
+except (ImportError, ValueError) as error:
+    print(f"gtk_test_field: GTK 3 for Python is missing: {error}", file=sys.stderr)
+    sys.exit(2)
+
+
+def report(line):
+    sys.stdout.write(line + "\n")
+    sys.stdout.flush()
+
+
+def encoded(text):
+    return urllib.parse.quote(text, safe="") if text else "-"
+
+
+def main():
+    window = Gtk.Window(title="Vocari GTK test field")
+    entry = Gtk.Entry()
+    window.add(entry)
+    window.resize(480, 60)
+    ready = False
+
+    def on_key(_widget, event):
+        kind = "press" if event.type == Gdk.EventType.KEY_PRESS else "release"
+        report(f"{kind} {event.hardware_keycode} {int(event.state)} 0 {encoded(event.string)}")
+        return False
+
+    def on_focus(_widget, _event):
+        nonlocal ready
+        if not ready:
+            ready = True
+            report(f"ready {window.get_window().get_xid()} {os.getpid()}")
+        return False
+
+    def on_command(channel, _condition):
+        line = channel.readline()
+        if not line:
+            Gtk.main_quit()
+            return False
+        command = line.strip()
+        if command == "clear":
+            entry.set_text("")
+        elif command == "quit":
+            Gtk.main_quit()
+        return True
+
+    entry.connect("key-press-event", on_key)
+    entry.connect("key-release-event", on_key)
+    entry.connect("focus-in-event", on_focus)
+    entry.connect("changed", lambda _entry: report("text " + encoded(entry.get_text())))
+    # Without a window manager nobody gives the new window the focus: it takes it once mapped.
+    window.connect("map-event", lambda *_: window.get_window().focus(0))
+    window.connect("destroy", Gtk.main_quit)
+    GLib.io_add_watch(GLib.IOChannel.unix_new(sys.stdin.fileno()), GLib.IO_IN | GLib.IO_HUP,
+                      on_command)
+    window.show_all()
+    Gtk.main()
+
+
+if __name__ == "__main__":
+    main()

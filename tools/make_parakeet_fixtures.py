@@ -4,10 +4,14 @@ benchmarks, with the exact tensor contracts of both ONNX layouts.
 
 The test networks recognise tones instead of speech: the preprocessor measures, in every 10 ms
 frame, the energy at a fixed set of frequencies; the encoder averages four frames and adds a
-"silence" channel with a constant level; the joint network picks the loudest channel, maps it to
-a token and answers blank for silence or for the token it emitted last. A signal of tones and
-pauses (described in sentence.json, also written as a WAV file) therefore decodes to a known
-sentence, in both layouts. Everything is deterministic: the same command writes the same bytes.
+"silence" channel with a constant level. Every token has two tones, a low and a high one, and the
+tokens of a phrase alternate between them. The prediction network counts the tokens it has been
+fed in its LSTM state, and the joint network reads the loudest channel as a token only when it
+lies in the register that count expects; the tone of the token just emitted, still sounding, is
+then in the other register and reads as blank. The right tokens therefore come out only when the
+state of each token step is fed into the next and left alone on blanks. A signal of tones and
+pauses (described in sentence.json, also written as a WAV file) decodes to a known sentence, in
+both layouts. Everything is deterministic: the same command writes the same bytes.
 
     make_parakeet_fixtures.py OUT            test fixtures (a few hundred kB)
     make_parakeet_fixtures.py --bench OUT    realistic-size networks with random weights
@@ -31,7 +35,7 @@ SAMPLE_RATE = 16000
 HOP = 160  # 10 ms feature frames
 SUBSAMPLING = 4  # 40 ms encoder frames
 FEATURES = 128  # the community export's "nemo128" width
-WIDTH = 16  # encoder frame width D
+WIDTH = 32  # encoder frame width D
 STATE = (2, 1, 640)
 SPLIT_BLANK = 8192
 FIXED_SAMPLES = 240000
@@ -53,13 +57,17 @@ PIECES = [
     "s",
 ]
 COMMUNITY_BLANK = len(PIECES)  # "<blk>" is the last line of vocab.txt
-PHRASES = [[1, 2, 3, 4, 5], [6, 7, 8, 9, 5]]  # "<en> Hello, world." and "This is Vocari."
+CHANNELS = 2 * len(PIECES)  # a low and a high tone per token; the silence channel follows
+# "Hello, world." and "<en> This is Vocari.": an even number of tokens in the first phrase, so
+# that the second one starts in the low register whether it is decoded alone or after the first.
+PHRASES = [[2, 3, 4, 5], [1, 6, 7, 8, 9, 5]]
 REPEAT_TOKEN = 9  # "ari"
 
 
-def tone_of(token):
-    """The frequency that stands for a token: 100 Hz steps, whole cycles per 10 ms frame."""
-    return (token + 4) * 100.0
+def tone_of(channel):
+    """The frequency of a channel (token, plus len(PIECES) for the high register): 100 Hz steps,
+    whole cycles per 10 ms frame."""
+    return (channel + 4) * 100.0
 
 
 # --------------------------------------------------------------------------------------------
@@ -104,10 +112,10 @@ def tone_basis():
     """[HOP, 2 * FEATURES]: cosine then sine projections; columns past the tokens are zero."""
     t = np.arange(HOP) / SAMPLE_RATE
     basis = np.zeros((HOP, 2 * FEATURES), dtype=np.float32)
-    for token in range(len(PIECES)):
-        w = 2 * np.pi * tone_of(token) * t
-        basis[:, token] = np.cos(w) * 2 / HOP
-        basis[:, FEATURES + token] = np.sin(w) * 2 / HOP
+    for channel in range(CHANNELS):
+        w = 2 * np.pi * tone_of(channel) * t
+        basis[:, channel] = np.cos(w) * 2 / HOP
+        basis[:, FEATURES + channel] = np.sin(w) * 2 / HOP
     return basis
 
 
@@ -161,10 +169,10 @@ def write_encoder(path, names, length_type, rank=3):
     """Averages four feature frames and maps tone bins to channels, plus a silence channel."""
     feats, feats_len, encoded, encoded_len = names
     projection = np.zeros((FEATURES, WIDTH), dtype=np.float32)
-    for token in range(len(PIECES)):
-        projection[token, token] = 1.0
+    for channel in range(CHANNELS):
+        projection[channel, channel] = 1.0
     bias = np.zeros(WIDTH, dtype=np.float32)
-    bias[len(PIECES)] = SILENCE_LEVEL
+    bias[CHANNELS] = SILENCE_LEVEL
     nodes = [
         node("Shape", [feats], ["shape"]),
         node("Gather", ["shape", "two"], ["t"], axis=0),
@@ -217,49 +225,74 @@ def write_encoder(path, names, length_type, rank=3):
     )
 
 
-def decision_nodes(frame, last_token, blank):
-    """Nodes that turn an encoder frame [1, WIDTH, 1] and the last token (int64 [1]) into
-    "token" and "frames" (int64 [1]): the loudest channel's token, or blank for silence or for
-    the token emitted last; two frames ahead after a token or in silence, one on a held tone."""
-    channel_token = np.full(WIDTH, blank, dtype=np.int64)
-    channel_token[: len(PIECES)] = np.arange(len(PIECES))
+def count_nodes(blank, states_in, states_out):
+    """The prediction network's stand-in: both LSTM states count the real tokens fed in as
+    "targets" (a blank start token counts nothing). Also writes "consumed", a float equal to
+    twice the count, read from both states so that each of them has to be carried."""
     nodes = [
+        node("Cast", ["targets"], ["target64"], to=TensorProto.INT64),
+        node("Equal", ["target64", "blank1"], ["fed_blank"]),
+        node("Not", ["fed_blank"], ["fed_token"]),
+        node("Cast", ["fed_token"], ["token_step"], to=TensorProto.FLOAT),
+        node("Cast", ["target_length"], ["length_f"], to=TensorProto.FLOAT),
+        node("Mul", ["token_step", "length_f"], ["count_step"]),
+        node("Add", [states_in[0], "count_step"], [states_out[0]]),
+        node("Add", [states_in[1], "count_step"], [states_out[1]]),
+        node("ReduceMean", [states_out[0]], ["count1"], keepdims=0),
+        node("ReduceMean", [states_out[1]], ["count2"], keepdims=0),
+        node("Add", ["count1", "count2"], ["consumed"]),
+    ]
+    return nodes, [const("blank1", np.array([blank], dtype=np.int64))]
+
+
+def decision_nodes(frame, consumed):
+    """Nodes that turn an encoder frame [1, WIDTH, 1] and "consumed" (twice the tokens emitted so
+    far, one float) into "token" and "frames" (int64 [1]). The loudest channel is read as its
+    token when its register is the one the count expects (low for an even count); silence and a
+    tone in the other register, the one emitted last, are blank. Two frames ahead after a token
+    or in silence, one on a held tone. Needs the initializer "blank1"."""
+    channel_token = np.full(WIDTH, -1, dtype=np.int64)
+    channel_token[:CHANNELS] = np.arange(CHANNELS) % len(PIECES)
+    channel_register = np.zeros(WIDTH, dtype=np.int64)
+    channel_register[len(PIECES):CHANNELS] = 1
+    nodes = [
+        node("Reshape", [consumed, "one1"], ["consumed1"]),
+        node("Cast", ["consumed1"], ["twice_count"], to=TensorProto.INT64),
+        node("Div", ["twice_count", "two1"], ["count"]),
+        node("Mod", ["count", "two1"], ["expected"]),
         node("Reshape", [frame, "width1"], ["flat"]),
         node("ArgMax", ["flat"], ["channel"], axis=0, keepdims=1),
         node("Gather", ["channel_token", "channel"], ["heard"], axis=0),
-        node("Equal", ["heard", last_token], ["held"]),
-        node("Equal", ["heard", "blank1"], ["silent"]),
-        node("Where", ["held", "blank1", "heard"], ["token"]),
+        node("Gather", ["channel_register", "channel"], ["register"], axis=0),
+        node("Less", ["heard", "zero1"], ["silent"]),
         node("Not", ["silent"], ["sounding"]),
-        node("And", ["held", "sounding"], ["holding"]),
-        node("Where", ["holding", "one_frame", "two_frames"], ["frames"]),
+        node("Equal", ["register", "expected"], ["in_turn"]),
+        node("And", ["in_turn", "sounding"], ["emit"]),
+        node("Where", ["emit", "heard", "blank1"], ["token"]),
+        node("Not", ["in_turn"], ["out_of_turn"]),
+        node("And", ["out_of_turn", "sounding"], ["held"]),
+        node("Where", ["held", "one1", "two1"], ["frames"]),
     ]
     inits = [
+        const("one1", np.array([1], dtype=np.int64)),
+        const("two1", np.array([2], dtype=np.int64)),
+        const("zero1", np.array([0], dtype=np.int64)),
         const("width1", np.array([WIDTH], dtype=np.int64)),
         const("channel_token", channel_token),
-        const("blank1", np.array([blank], dtype=np.int64)),
-        const("one_frame", np.array([1], dtype=np.int64)),
-        const("two_frames", np.array([2], dtype=np.int64)),
+        const("channel_register", channel_register),
     ]
     return nodes, inits
 
 
 def write_split_decoder(path, drop_output=None):
-    """The prediction network's stand-in: its output is the last token; h and c move on."""
-    nodes = [
-        node("Cast", ["targets"], ["target_f"], to=TensorProto.FLOAT),
-        node("Cast", ["target_length"], ["length_f"], to=TensorProto.FLOAT),
-        node("Mul", ["target_f", "length_f"], ["token_f"]),
-        node("Reshape", ["token_f", "out_shape"], ["decoder"]),
-        node("Mul", ["h_in", "half"], ["h_half"]),
-        node("Add", ["h_half", "one_f"], ["h_out"]),
-        node("Add", ["c_in", "one_f"], ["c_out"]),
+    """Decoder: the token count in h and c; its output is "consumed" as [1, 1, 1]."""
+    nodes, inits = count_nodes(SPLIT_BLANK, ["h_in", "c_in"], ["h_next", "c_next"])
+    nodes += [
+        node("Reshape", ["consumed", "out_shape"], ["decoder"]),
+        node("Identity", ["h_next"], ["h_out"]),
+        node("Identity", ["c_next"], ["c_out"]),
     ]
-    inits = [
-        const("out_shape", np.array([1, 1, 1], dtype=np.int64)),
-        const("half", np.array(0.5, dtype=np.float32)),
-        const("one_f", np.array(1.0, dtype=np.float32)),
-    ]
+    inits.append(const("out_shape", np.array([1, 1, 1], dtype=np.int64)))
     outputs = [
         tensor("decoder", TensorProto.FLOAT, [1, 1, 1]),
         tensor("h_out", TensorProto.FLOAT, list(STATE)),
@@ -292,12 +325,8 @@ def write_split_joint(path, behaviour="tones", frame_input="encoder_step"):
         tensor("decoder_step", TensorProto.FLOAT, [1, 1, 1]),
     ]
     if behaviour == "tones":
-        nodes, inits = decision_nodes(frame_input, "last", SPLIT_BLANK)
-        nodes = [
-            node("Reshape", ["decoder_step", "one1"], ["last_f"]),
-            node("Cast", ["last_f"], ["last"], to=TensorProto.INT64),
-        ] + nodes
-        inits.append(const("one1", np.array([1], dtype=np.int64)))
+        nodes, inits = decision_nodes(frame_input, "decoder_step")
+        inits.append(const("blank1", np.array([SPLIT_BLANK], dtype=np.int64)))
     else:
         token = {"blank": SPLIT_BLANK, "repeat": REPEAT_TOKEN, "empty": 0}[behaviour]
         # The inputs still feed the answer (times zero), so the network keeps them.
@@ -333,36 +362,27 @@ def write_split_joint(path, behaviour="tones", frame_input="encoder_step"):
 
 
 def write_fused_decoder_joint(path, token_scores=None):
-    """decoder_joint-model: the last token arrives as "targets"; the answer is token scores over
-    the vocabulary (blank last) followed by five duration scores. token_scores makes a network
-    for a smaller vocabulary than vocab.txt's."""
+    """decoder_joint-model: the count of "targets" fed in moves from input_states_1/2 to
+    output_states_1/2 and decides the register; the answer is token scores over the vocabulary
+    (blank last) followed by five duration scores. token_scores makes a network for a smaller
+    vocabulary than vocab.txt's."""
     vocab = token_scores or COMMUNITY_BLANK + 1
-    nodes, inits = decision_nodes("encoder_outputs", "last", COMMUNITY_BLANK)
-    nodes = (
-        [
-            node("Reshape", ["targets", "one1"], ["last32"]),
-            node("Cast", ["last32"], ["last"], to=TensorProto.INT64),
-        ]
-        + nodes
-        + [
-            node("OneHot", ["token", "vocab", "score_values"], ["token_scores"], axis=-1),
-            node("OneHot", ["frames", "durations", "score_values"], ["duration_scores"], axis=-1),
-            node("Concat", ["token_scores", "duration_scores"], ["scores"], axis=-1),
-            node("Reshape", ["scores", "scores_shape"], ["outputs"]),
-            node("Mul", ["input_states_1", "half"], ["s1_half"]),
-            node("Add", ["s1_half", "one_f"], ["output_states_1"]),
-            node("Add", ["input_states_2", "one_f"], ["output_states_2"]),
-            node("Identity", ["target_length"], ["prednet_lengths"]),
-        ]
+    nodes, inits = count_nodes(
+        COMMUNITY_BLANK, ["input_states_1", "input_states_2"], ["output_states_1", "output_states_2"]
     )
-    inits += [
-        const("one1", np.array([1], dtype=np.int64)),
+    decide, decide_inits = decision_nodes("encoder_outputs", "consumed")
+    nodes += decide + [
+        node("OneHot", ["token", "vocab", "score_values"], ["token_scores"], axis=-1),
+        node("OneHot", ["frames", "durations", "score_values"], ["duration_scores"], axis=-1),
+        node("Concat", ["token_scores", "duration_scores"], ["scores"], axis=-1),
+        node("Reshape", ["scores", "scores_shape"], ["outputs"]),
+        node("Identity", ["target_length"], ["prednet_lengths"]),
+    ]
+    inits += decide_inits + [
         const("vocab", np.array([vocab], dtype=np.int64)),
         const("durations", np.array([5], dtype=np.int64)),
         const("score_values", np.array([0.0, 10.0], dtype=np.float32)),
         const("scores_shape", np.array([1, 1, 1, -1], dtype=np.int64)),
-        const("half", np.array(0.5, dtype=np.float32)),
-        const("one_f", np.array(1.0, dtype=np.float32)),
     ]
     save(
         nodes,
@@ -441,13 +461,15 @@ def community_folder(out, name, token_scores=None):
 
 
 def sentence_plan():
-    """Tones of 0.2 s with 0.1 s gaps; 1.5 s of silence between the phrases."""
+    """Tones of 0.2 s with 0.1 s gaps, alternately low and high; 1.5 s of silence between the
+    phrases."""
     segments = [{"silence": 0.5}]
     for index, phrase in enumerate(PHRASES):
         if index:
             segments.append({"silence": 1.5})
-        for token in phrase:
-            segments.append({"tone": tone_of(token), "seconds": 0.2})
+        for position, token in enumerate(phrase):
+            channel = token + len(PIECES) * (position % 2)
+            segments.append({"tone": tone_of(channel), "seconds": 0.2})
             segments.append({"silence": 0.1})
     segments.append({"silence": 0.8})
     texts = []

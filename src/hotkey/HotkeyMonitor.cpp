@@ -1,6 +1,7 @@
 #include "hotkey/HotkeyMonitor.h"
 
 #include <QLoggingCategory>
+#include <QStringList>
 #include <algorithm>
 
 namespace vocari {
@@ -9,12 +10,54 @@ Q_LOGGING_CATEGORY(lcHotkey, "vocari.hotkey", QtInfoMsg)
 
 namespace {
 
-bool contains(const std::vector<KeyGrab> &grabs, const KeyGrab &grab)
+const KeyGrab escapeGrab{KeyCode::escape, 0, true};
+
+// The failure of one grab among several, if it failed.
+const GrabFailure *failureOf(const std::vector<GrabFailure> &failures, const KeyGrab &grab)
 {
-    return std::find(grabs.begin(), grabs.end(), grab) != grabs.end();
+    const auto found = std::find_if(failures.begin(), failures.end(),
+                                    [&grab](const GrabFailure &f) { return f.grab == grab; });
+    return found == failures.end() ? nullptr : &*found;
 }
 
-const KeyGrab escapeGrab{KeyCode::escape, 0};
+QString modifierNames(std::uint64_t modifiers)
+{
+    static const std::pair<std::uint64_t, const char *> all[] = {{Modifier::control, "Ctrl"},
+                                                                 {Modifier::alt, "Alt"},
+                                                                 {Modifier::shift, "Shift"},
+                                                                 {Modifier::super, "Super"}};
+    QStringList names;
+    for (const auto &[bit, name] : all) {
+        if (modifiers & bit)
+            names << QLatin1String(name);
+    }
+    return names.join(QStringLiteral(" or "));
+}
+
+QString cannotGrabMessage(const Hotkey &hotkey, const GrabFailure &failure)
+{
+    const QString label = hotkey.label();
+    switch (failure.reason) {
+    case GrabFailure::Reason::heldElsewhere:
+        return QStringLiteral("%1 is already used by another program; choose another dictation "
+                              "key.")
+            .arg(label);
+    case GrabFailure::Reason::noSuchModifier:
+        return QStringLiteral("%1 cannot be used: the X server has no %2 modifier; choose "
+                              "another dictation key.")
+            .arg(label, modifierNames(failure.missingModifiers));
+    case GrabFailure::Reason::keyOutOfRange:
+        return QStringLiteral("%1 cannot be used: key code %2 is beyond the keys the X server "
+                              "knows; choose another dictation key.")
+            .arg(label)
+            .arg(hotkey.keyCode);
+    case GrabFailure::Reason::refused:
+        break;
+    }
+    return QStringLiteral("%1 cannot be used: the X server refused to grab it; choose another "
+                          "dictation key.")
+        .arg(label);
+}
 
 } // namespace
 
@@ -30,8 +73,9 @@ HotkeyMonitor::~HotkeyMonitor()
 std::vector<KeyGrab> HotkeyMonitor::grabsFor(const Hotkey &hotkey, bool escape)
 {
     std::vector<KeyGrab> grabs;
+    // Bits beyond the four modifiers are neither shown in the label nor ever held.
     if (!hotkey.modifierOnly)
-        grabs.push_back({hotkey.keyCode, hotkey.modifiers});
+        grabs.push_back({hotkey.keyCode, hotkey.modifiers & Modifier::mask, false});
     if (escape)
         grabs.push_back(escapeGrab);
     return grabs;
@@ -41,23 +85,22 @@ bool HotkeyMonitor::start(const Hotkey &hotkey)
 {
     stop();
     m_hotkey = hotkey;
-    if (!m_source->open([this](const KeyEvent &event) { handle(event); })) {
+    if (!m_source->open([this](const KeyEvent &event) { return handle(event); })) {
         fail(m_source->errorString());
         return false;
     }
 
     const bool escape = escapeActive && escapeActive();
-    const std::vector<KeyGrab> failed = m_source->setGrabs(grabsFor(hotkey, escape));
-    if (!hotkey.modifierOnly && contains(failed, KeyGrab{hotkey.keyCode, hotkey.modifiers})) {
-        m_source->close();
-        fail(QStringLiteral("%1 is already used by another program; choose another dictation "
-                            "key.")
-                 .arg(hotkey.label()));
-        return false;
+    const std::vector<KeyGrab> grabs = grabsFor(hotkey, escape);
+    const std::vector<GrabFailure> failures = m_source->setGrabs(grabs);
+    if (!hotkey.modifierOnly) {
+        if (const GrabFailure *failure = failureOf(failures, grabs.front())) {
+            m_source->close();
+            fail(cannotGrabMessage(hotkey, *failure));
+            return false;
+        }
     }
-    m_escapeGrabbed = escape && !contains(failed, escapeGrab);
-    if (escape && !m_escapeGrabbed)
-        qCWarning(lcHotkey, "Escape is held by another program, so it cannot cancel dictation.");
+    noteEscapeGrab(escape, failures);
 
     m_running = true;
     m_error.clear();
@@ -94,56 +137,66 @@ void HotkeyMonitor::refreshEscapeGrab()
     const bool wanted = escapeActive && escapeActive();
     if (wanted == m_escapeGrabbed)
         return;
-    const std::vector<KeyGrab> failed = m_source->setGrabs(grabsFor(m_hotkey, wanted));
-    m_escapeGrabbed = wanted && !contains(failed, escapeGrab);
-    if (wanted && !m_escapeGrabbed)
+    noteEscapeGrab(wanted, m_source->setGrabs(grabsFor(m_hotkey, wanted)));
+}
+
+void HotkeyMonitor::noteEscapeGrab(bool wanted, const std::vector<GrabFailure> &failures)
+{
+    const GrabFailure *failure = wanted ? failureOf(failures, escapeGrab) : nullptr;
+    m_escapeGrabbed = wanted && (!failure || failure->partly);
+    if (failure && failure->partly)
+        qCWarning(lcHotkey, "Escape with some modifiers is held by another program; pressed so, "
+                            "it cannot cancel dictation.");
+    else if (failure)
         qCWarning(lcHotkey, "Escape is held by another program, so it cannot cancel dictation.");
 }
 
-void HotkeyMonitor::handle(const KeyEvent &event)
+bool HotkeyMonitor::handle(const KeyEvent &event)
 {
     const bool isHotkey = event.keyCode == m_hotkey.keyCode;
     if (event.route == KeyEvent::Route::grabbed) {
         if (event.kind == KeyEvent::Kind::press)
-            handleGrabbedPress(event);
-        else if (isHotkey && !m_hotkey.modifierOnly)
+            return handleGrabbedPress(event);
+        if (isHotkey && !m_hotkey.modifierOnly)
             setDown(false);
-        return;
+        return false;
     }
 
     // Observed events: a modifier key alone follows its own presses and releases. A
     // combination's release is seen here once its grab has been handed back to the session.
     if (!isHotkey)
-        return;
+        return false;
     if (m_hotkey.modifierOnly) {
-        if (!Hotkey::flag(event.keyCode))
-            return;
-        setDown(event.kind == KeyEvent::Kind::press);
+        if (Hotkey::flag(event.keyCode))
+            setDown(event.kind == KeyEvent::Kind::press);
     } else if (event.kind == KeyEvent::Kind::release) {
         setDown(false);
     }
+    return false;
 }
 
-void HotkeyMonitor::handleGrabbedPress(const KeyEvent &event)
+bool HotkeyMonitor::handleGrabbedPress(const KeyEvent &event)
 {
     if (event.keyCode == KeyCode::escape) {
         if (escapeActive && escapeActive()) {
-            if (onEscape)
-                onEscape();
-        } else {
-            // The grab outlived the state that wanted it: hand Escape back.
-            refreshEscapeGrab();
+            // A copy, so that the callback may replace the callbacks while it runs.
+            if (const std::function<void()> callback = onEscape)
+                callback();
+            return true;
         }
-        return;
+        // The grab outlived the state that wanted it: this Escape goes on to the focused
+        // window, and the next ones are not taken at all.
+        refreshEscapeGrab();
+        return false;
     }
     if (m_hotkey.modifierOnly || event.keyCode != m_hotkey.keyCode)
-        return;
+        return false;
     // Extra modifiers make another combination.
-    if ((event.modifiers & Modifier::mask) != m_hotkey.modifiers)
-        return;
-    if (event.autoRepeat || m_down)
-        return;
-    setDown(true);
+    if ((event.modifiers & Modifier::mask) != (m_hotkey.modifiers & Modifier::mask))
+        return false;
+    if (!event.autoRepeat && !m_down)
+        setDown(true);
+    return true;
 }
 
 void HotkeyMonitor::setDown(bool down)

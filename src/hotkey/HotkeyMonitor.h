@@ -33,13 +33,33 @@ struct KeyEvent
     bool autoRepeat = false;     // a repeated press of a key that is held down
 };
 
-// A key combination to take away from the focused window: the key with exactly these modifiers
-// (lock keys such as Caps Lock and Num Lock do not matter).
+// A key to take away from the focused window: the key with exactly these modifiers, or with
+// whatever modifiers are held. Lock keys such as Caps Lock and Num Lock never matter.
 struct KeyGrab
 {
     std::uint16_t keyCode = 0;
-    std::uint64_t modifiers = 0;
+    std::uint64_t modifiers = 0; // Modifier bits; unused with anyModifiers
+    bool anyModifiers = false;
     bool operator==(const KeyGrab &) const = default;
+};
+
+// Why a key source could not take a grab, or could take it only in part.
+struct GrabFailure
+{
+    enum class Reason
+    {
+        heldElsewhere,  // another program holds the combination
+        noSuchModifier, // the keyboard has no modifier for some of the bits
+        keyOutOfRange,  // the key code lies outside what the keyboard can report
+        refused         // any other refusal
+    };
+
+    KeyGrab grab;
+    Reason reason = Reason::heldElsewhere;
+    // Only for anyModifiers: the grab is held, but some modifier combinations of the key are
+    // held by another program and reach that program instead.
+    bool partly = false;
+    std::uint64_t missingModifiers = 0; // with noSuchModifier
 };
 
 // Where the monitor gets its key events from: the desktop's keyboard in the program, a script
@@ -47,7 +67,10 @@ struct KeyGrab
 class KeyEventSource
 {
 public:
-    using Sink = std::function<void(const KeyEvent &)>;
+    // Called for every key event. For a grabbed press the answer decides where the press goes:
+    // true swallows it, false lets it go on to the focused window as if no grab had taken it.
+    // The answer is ignored for every other event.
+    using Sink = std::function<bool(const KeyEvent &)>;
 
     virtual ~KeyEventSource() = default;
 
@@ -58,17 +81,19 @@ public:
     virtual void close() = 0;
     // Whether events are being delivered; false also once the connection behind it is lost.
     virtual bool isOpen() const = 0;
-    // Makes exactly these combinations the grabbed ones, keeping those already held. Returns
-    // the ones that could not be grabbed because another program holds them.
-    virtual std::vector<KeyGrab> setGrabs(const std::vector<KeyGrab> &grabs) = 0;
+    // Makes exactly these the grabbed keys, keeping those already held. Returns the ones that
+    // could not be taken, or were taken only in part, and why.
+    virtual std::vector<GrabFailure> setGrabs(const std::vector<KeyGrab> &grabs) = 0;
     virtual QString errorString() const = 0;
 };
 
 // Watches the keyboard of the whole session for the dictation key and reports it as pressed and
-// released; while the owner says a dictation can be cancelled, it also reports Escape. Presses
-// of the dictation key and a cancelling Escape never reach the focused window (a key source may
-// let their releases through: a release without its press is harmless), except that a modifier
-// key used on its own is only watched, so other programs still see it.
+// released; while the owner says a dictation can be cancelled, it also reports Escape, with
+// whatever modifiers are held (the dictation key among them). Presses of the dictation key and
+// a cancelling Escape never reach the focused window (a key source may let their releases
+// through: a release without its press is harmless), except that a modifier key used on its own
+// is only watched, so other programs still see it. An Escape taken by a grab that has outlived
+// its reason goes on to the focused window.
 //
 // A modifier key used on its own follows its own presses and releases (auto-repeat ignored). A
 // combination or function key is grabbed: its press (with exactly the chosen modifiers) starts
@@ -92,7 +117,7 @@ public:
     std::function<bool()> escapeActive = [] { return false; };
 
     // Stops, stores the key and starts watching for it. False when the keyboard cannot be
-    // watched or another program already holds the combination; errorString() says why.
+    // watched or the combination cannot be grabbed; errorString() says why.
     bool start(const Hotkey &hotkey);
     // Stops watching and forgets whether the key is down, without calling onRelease.
     void stop();
@@ -110,12 +135,13 @@ public:
     void refreshEscapeGrab();
 
     // The grabs the monitor wants for a key: none for a modifier key alone, else the key with
-    // its modifiers; plus plain Escape while Escape cancels.
+    // its modifiers; plus Escape with any modifiers while Escape cancels.
     static std::vector<KeyGrab> grabsFor(const Hotkey &hotkey, bool escape);
 
 private:
-    void handle(const KeyEvent &event);
-    void handleGrabbedPress(const KeyEvent &event);
+    bool handle(const KeyEvent &event);
+    bool handleGrabbedPress(const KeyEvent &event);
+    void noteEscapeGrab(bool wanted, const std::vector<GrabFailure> &failures);
     void setDown(bool down);
     void fail(const QString &message);
 

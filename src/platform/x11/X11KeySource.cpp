@@ -12,7 +12,8 @@ namespace {
 
 // X keycodes are Linux input event codes moved up by 8.
 constexpr unsigned int keycodeOffset = 8;
-constexpr unsigned int maxKeycode = 255;
+// Shift, Lock, Control and Mod1 to Mod5: every subset is one modifier state.
+constexpr unsigned int modifierStates = 1u << 8;
 
 } // namespace
 
@@ -38,6 +39,10 @@ bool X11KeySource::open(Sink sink)
     }
     m_generation = m_connection->generation();
     m_modifiers = X11Modifiers::read(m_connection->display());
+    int minKeycode = 0, maxKeycode = 0;
+    XDisplayKeycodes(m_connection->display(), &minKeycode, &maxKeycode);
+    m_minKeycode = unsigned(minKeycode);
+    m_maxKeycode = unsigned(maxKeycode);
     m_sink = std::move(sink);
     m_handler = m_connection->addEventHandler([this](XEvent &event) { handleEvent(event); });
     m_connection->watchRawKeys(true);
@@ -53,6 +58,11 @@ void X11KeySource::close()
     if (connectionIsCurrent()) {
         for (const HeldGrab &held : m_grabs)
             ungrab(held);
+        // A press one of the grabs froze the keyboard for may still be on its way here; it
+        // would no longer be answered, so the server sends it on to the focused window now.
+        // (A press being delivered right now is answered once delivery returns.)
+        if (!m_answering)
+            XAllowEvents(m_connection->display(), ReplayKeyboard, CurrentTime);
         XFlush(m_connection->display());
     }
     if (m_connection) {
@@ -75,10 +85,14 @@ bool X11KeySource::isOpen() const
     return m_open && connectionIsCurrent();
 }
 
-std::vector<KeyGrab> X11KeySource::setGrabs(const std::vector<KeyGrab> &grabs)
+std::vector<GrabFailure> X11KeySource::setGrabs(const std::vector<KeyGrab> &grabs)
 {
-    if (!isOpen())
-        return grabs;
+    std::vector<GrabFailure> failures;
+    if (!isOpen()) {
+        for (const KeyGrab &keyGrab : grabs)
+            failures.push_back({keyGrab, GrabFailure::Reason::refused, false, 0});
+        return failures;
+    }
     const auto wanted = [&grabs](const HeldGrab &held) {
         return std::find(grabs.begin(), grabs.end(), held.grab) != grabs.end();
     };
@@ -91,44 +105,88 @@ std::vector<KeyGrab> X11KeySource::setGrabs(const std::vector<KeyGrab> &grabs)
         }
     }
 
-    std::vector<KeyGrab> failed;
     for (const KeyGrab &keyGrab : grabs) {
         const bool held = std::any_of(m_grabs.begin(), m_grabs.end(),
                                       [&](const HeldGrab &h) { return h.grab == keyGrab; });
-        if (!held && !grab(keyGrab))
-            failed.push_back(keyGrab);
+        if (held)
+            continue;
+        if (std::optional<GrabFailure> failure = grab(keyGrab))
+            failures.push_back(*failure);
     }
     XFlush(m_connection->display());
-    return failed;
+    return failures;
 }
 
-bool X11KeySource::grab(const KeyGrab &keyGrab)
+std::vector<unsigned int> X11KeySource::statesFor(const KeyGrab &keyGrab) const
 {
-    const unsigned int keycode = keyGrab.keyCode + keycodeOffset;
-    const std::optional<unsigned int> state = m_modifiers.toX(keyGrab.modifiers);
-    if (keycode > maxKeycode || !state) {
-        qCDebug(lcX11, "key %u with modifiers %llx cannot be grabbed here", keyGrab.keyCode,
-                static_cast<unsigned long long>(keyGrab.modifiers));
-        return false;
+    std::vector<unsigned int> states;
+    if (keyGrab.anyModifiers) {
+        for (unsigned int state = 0; state < modifierStates; ++state)
+            states.push_back(state);
+    } else if (const std::optional<unsigned int> modifiers = m_modifiers.toX(keyGrab.modifiers)) {
+        for (unsigned int locks : m_modifiers.lockCombinations())
+            states.push_back(*modifiers | locks);
     }
-    HeldGrab held{keyGrab, keycode, {}};
-    for (unsigned int locks : m_modifiers.lockCombinations())
-        held.states.push_back(*state | locks);
+    return states;
+}
 
+std::optional<GrabFailure> X11KeySource::grab(const KeyGrab &keyGrab)
+{
+    GrabFailure failure{keyGrab, GrabFailure::Reason::refused, false, 0};
+    const unsigned int keycode = keyGrab.keyCode + keycodeOffset;
+    if (keycode < m_minKeycode || keycode > m_maxKeycode) {
+        failure.reason = GrabFailure::Reason::keyOutOfRange;
+        return failure;
+    }
+    if (!keyGrab.anyModifiers) {
+        failure.missingModifiers = m_modifiers.missing(keyGrab.modifiers);
+        if (failure.missingModifiers || !m_modifiers.toX(keyGrab.modifiers)) {
+            failure.reason = GrabFailure::Reason::noSuchModifier;
+            return failure;
+        }
+    }
+
+    // Each state's grab is a request of its own, so a refusal can be traced to its state.
+    HeldGrab held{keyGrab, keycode, statesFor(keyGrab)};
+    std::vector<unsigned long> serials;
     Display *display = m_connection->display();
     const Window root = DefaultRootWindow(display);
-    const int error = m_connection->checked([&] {
-        for (unsigned int grabState : held.states)
-            XGrabKey(display, int(keycode), grabState, root, False, GrabModeAsync, GrabModeAsync);
+    const auto errors = m_connection->checkedEach([&] {
+        for (unsigned int grabState : held.states) {
+            serials.push_back(NextRequest(display));
+            XGrabKey(display, int(keycode), grabState, root, False, GrabModeAsync, GrabModeSync);
+        }
     });
-    if (error != 0) {
-        // Another client holds some of the combinations; give back the ones we got.
+    if (!errors)
+        return failure; // the connection went away meanwhile
+
+    std::vector<unsigned int> placed;
+    for (size_t i = 0; i < held.states.size(); ++i) {
+        const bool refused = std::any_of(errors->begin(), errors->end(), [&](const auto &error) {
+            return error.serial == serials[i];
+        });
+        if (!refused)
+            placed.push_back(held.states[i]);
+    }
+    if (!errors->empty()) {
+        const bool taken = std::all_of(errors->begin(), errors->end(),
+                                       [](const auto &error) { return error.code == BadAccess; });
+        failure.reason = taken ? GrabFailure::Reason::heldElsewhere : GrabFailure::Reason::refused;
+        qCDebug(lcX11, "grabbing keycode %u: %zu of %zu states refused, first with X error %d",
+                keycode, errors->size(), held.states.size(), errors->front().code);
+    }
+    // A combination is all or nothing; a key with any modifiers keeps the states it got.
+    const bool keep = !placed.empty() && (errors->empty() || keyGrab.anyModifiers);
+    held.states = std::move(placed);
+    if (!keep) {
         ungrab(held);
-        qCDebug(lcX11, "grabbing keycode %u failed with X error %d", keycode, error);
-        return false;
+        return failure;
     }
     m_grabs.push_back(std::move(held));
-    return true;
+    if (errors->empty())
+        return std::nullopt;
+    failure.partly = true;
+    return failure;
 }
 
 void X11KeySource::ungrab(const HeldGrab &held)
@@ -149,7 +207,8 @@ void X11KeySource::regrabAll()
     m_grabs.clear();
     m_modifiers = X11Modifiers::read(m_connection->display());
     for (const KeyGrab &keyGrab : keys) {
-        if (!grab(keyGrab))
+        const std::optional<GrabFailure> failure = grab(keyGrab);
+        if (failure && !failure->partly)
             qCWarning(lcX11, "After a keyboard change, key %u could not be grabbed again.",
                       keyGrab.keyCode);
     }
@@ -178,14 +237,16 @@ void X11KeySource::handleEvent(XEvent &event)
         return;
     }
     case KeyPress: {
-        // The grab has kept the key from the focused window; give the keyboard back at once.
-        XUngrabKeyboard(m_connection->display(), CurrentTime);
-        XFlush(m_connection->display());
+        // Only a grab of this program sends key presses to its connection, and the grab has
+        // frozen the keyboard until the press is answered.
         const unsigned int keycode = event.xkey.keycode;
         const bool repeat = !m_grabbedDown.insert(keycode).second;
-        deliver({KeyEvent::Kind::press, KeyEvent::Route::grabbed,
-                 std::uint16_t(keycode - keycodeOffset), m_modifiers.fromX(event.xkey.state),
-                 repeat});
+        m_answering = true;
+        const bool swallow = deliver({KeyEvent::Kind::press, KeyEvent::Route::grabbed,
+                                      std::uint16_t(keycode - keycodeOffset),
+                                      m_modifiers.fromX(event.xkey.state), repeat});
+        m_answering = false;
+        answerGrabbedPress(swallow, event.xkey.time);
         return;
     }
     case KeyRelease: {
@@ -206,12 +267,27 @@ void X11KeySource::handleEvent(XEvent &event)
     }
 }
 
-void X11KeySource::deliver(const KeyEvent &event)
+bool X11KeySource::deliver(const KeyEvent &event)
 {
     if (!m_sink)
-        return;
+        return false;
     const Sink sink = m_sink; // the sink may close this source
-    sink(event);
+    return sink(event);
+}
+
+void X11KeySource::answerGrabbedPress(bool swallow, unsigned long time)
+{
+    // Answered even when the sink closed this source meanwhile: the keyboard stays frozen
+    // until it is. The press's own time keeps an answer that comes late from releasing a grab
+    // a newer press has started.
+    if (!m_connection || !m_connection->isOpen() || m_connection->generation() != m_generation)
+        return;
+    Display *display = m_connection->display();
+    if (swallow)
+        XUngrabKeyboard(display, time);
+    else
+        XAllowEvents(display, ReplayKeyboard, time);
+    XFlush(display);
 }
 
 } // namespace vocari

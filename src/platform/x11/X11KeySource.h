@@ -4,6 +4,7 @@
 #include "platform/x11/X11Keymap.h"
 #include "platform/x11/XConnection.h"
 
+#include <optional>
 #include <set>
 #include <vector>
 
@@ -11,15 +12,18 @@ namespace vocari {
 
 // The session's keyboard as the X server shows it. Every key of every keyboard is observed
 // through XInput 2 raw events on the root window, which the server sends whatever window has
-// the focus and whatever grabs are active, and which are never taken from anyone. Grabbed
-// combinations are passive key grabs on the root window, one per combination of lock keys.
+// the focus and whatever grabs are active, and which are never taken from anyone. Grabbed keys
+// are passive key grabs on the root window: a combination once per combination of lock keys,
+// a key with any modifiers once per modifier state, each state on its own so that a state
+// another program holds (a window manager's Alt+Escape, say) does not cost the others.
 //
-// The keyboard grab that a grabbed press starts is handed back at once: synthetic keys posted
-// while the key is still held (live typing, erasing on Escape) must reach the focused window,
-// not this program. The release of a grabbed key is therefore usually seen as an observed
-// event, and auto-repeat of a held combination starts the grab again and arrives as a repeated
-// grabbed press. A key typed in the instant before the grab is handed back reaches only this
-// program, which is why the hand-back happens first thing.
+// The grabs freeze the keyboard when they take a press. The press is delivered, and then the
+// keyboard is given back at once: when the monitor swallows the press, the grab simply ends and
+// the keys queued meanwhile, synthetic ones the monitor's callbacks posted among them (erasing
+// typed text on Escape), go on to the focused window in order; when it does not, the server
+// replays the press to the focused window as if the grab had not been there. The release of a
+// grabbed key is therefore usually seen as an observed event, and auto-repeat of a held
+// combination starts the grab again and arrives as a repeated grabbed press.
 class X11KeySource final : public KeyEventSource
 {
 public:
@@ -31,7 +35,7 @@ public:
     bool open(Sink sink) override;
     void close() override;
     bool isOpen() const override;
-    std::vector<KeyGrab> setGrabs(const std::vector<KeyGrab> &grabs) override;
+    std::vector<GrabFailure> setGrabs(const std::vector<KeyGrab> &grabs) override;
     QString errorString() const override { return m_error; }
 
 private:
@@ -43,17 +47,23 @@ private:
     };
 
     bool connectionIsCurrent() const;
-    bool grab(const KeyGrab &grab);
+    // Places the grab; what went wrong, if anything. A grab held only in part is kept.
+    std::optional<GrabFailure> grab(const KeyGrab &grab);
+    std::vector<unsigned int> statesFor(const KeyGrab &grab) const;
     void ungrab(const HeldGrab &held);
     void regrabAll();
     void handleEvent(_XEvent &event);
-    void deliver(const KeyEvent &event);
+    bool deliver(const KeyEvent &event);
+    void answerGrabbedPress(bool swallow, unsigned long time);
 
     QPointer<XConnection> m_connection;
     Sink m_sink;
     bool m_open = false;
+    bool m_answering = false; // a grabbed press is being delivered
     int m_generation = 0;
     int m_handler = 0;
+    unsigned int m_minKeycode = 8;
+    unsigned int m_maxKeycode = 255;
     X11Modifiers m_modifiers;
     std::vector<HeldGrab> m_grabs;
     // X keycodes whose grabbed press was delivered and whose release has not been seen yet.

@@ -94,6 +94,16 @@ std::optional<unsigned int> X11Modifiers::toX(std::uint64_t modifiers) const
     return state;
 }
 
+std::uint64_t X11Modifiers::missing(std::uint64_t modifiers) const
+{
+    std::uint64_t absent = 0;
+    if ((modifiers & Modifier::alt) && !alt)
+        absent |= Modifier::alt;
+    if ((modifiers & Modifier::super) && !super)
+        absent |= Modifier::super;
+    return absent;
+}
+
 std::uint64_t X11Modifiers::fromX(unsigned int state) const
 {
     std::uint64_t modifiers = 0;

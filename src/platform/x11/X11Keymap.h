@@ -25,6 +25,9 @@ struct X11Modifiers
     // The X modifier state for Modifier bits; none when a bit has no X modifier here or lies
     // outside the four modifiers.
     std::optional<unsigned int> toX(std::uint64_t modifiers) const;
+    // The Modifier bits that have no X modifier here (Alt or Super when no key is mapped to
+    // them), so a grab with them cannot be placed.
+    std::uint64_t missing(std::uint64_t modifiers) const;
     // The Modifier bits held in an X event state; lock and other bits are left out.
     std::uint64_t fromX(unsigned int state) const;
     // Every combination of Caps Lock, Num Lock and Scroll Lock, the empty one first: a grab

@@ -39,8 +39,7 @@ struct XConnectionErrors
     {
         if (XConnection *connection = find(display)) {
             if (connection->m_trapping && error->serial >= connection->m_trapSerial) {
-                if (connection->m_trappedError == 0)
-                    connection->m_trappedError = error->error_code;
+                connection->m_trappedErrors.push_back({error->serial, error->error_code});
             } else {
                 qCDebug(lcX11, "X error %d for request %d.%d", error->error_code,
                         error->request_code, error->minor_code);
@@ -240,16 +239,27 @@ unsigned long XConnection::rootWindow() const
 
 int XConnection::checked(const std::function<void()> &requests)
 {
-    if (!isOpen())
+    const auto errors = checkedEach(requests);
+    if (!errors)
         return BadImplementation;
+    return errors->empty() ? 0 : errors->front().code;
+}
+
+std::optional<std::vector<XConnection::RequestError>>
+XConnection::checkedEach(const std::function<void()> &requests)
+{
+    if (!isOpen())
+        return std::nullopt;
     XConnectionErrors::install();
     m_trapping = true;
     m_trapSerial = NextRequest(m_display);
-    m_trappedError = 0;
+    m_trappedErrors.clear();
     requests();
     XSync(m_display, False);
     m_trapping = false;
-    return m_broken ? BadImplementation : m_trappedError;
+    if (m_broken)
+        return std::nullopt;
+    return std::move(m_trappedErrors);
 }
 
 void XConnection::sync()

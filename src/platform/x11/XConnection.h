@@ -6,6 +6,7 @@
 #include <QString>
 #include <functional>
 #include <map>
+#include <optional>
 #include <vector>
 
 // Xlib's own types, declared here so that its macros (None, KeyPress, Bool, Status...) stay out
@@ -53,6 +54,14 @@ public:
     // Sends the requests made inside `requests`, waits until the server has handled them and
     // returns the X error code of the first one that failed, or 0 when none did.
     int checked(const std::function<void()> &requests);
+    // Like checked(), but reports every failed request: its serial (NextRequest() before it was
+    // made) and X error code. None when the connection is not usable.
+    struct RequestError
+    {
+        unsigned long serial = 0;
+        int code = 0;
+    };
+    std::optional<std::vector<RequestError>> checkedEach(const std::function<void()> &requests);
     // Waits for the server to handle everything sent so far, handles the events that arrived
     // meanwhile and waits again for what their handlers sent.
     void sync();
@@ -121,10 +130,10 @@ private:
     };
     std::vector<OwnRawKeys> m_ownRawKeys;
 
-    // Error trapping for checked(): the first error at or after this serial is kept.
+    // Error trapping for checked(): every error at or after this serial is kept.
     bool m_trapping = false;
     unsigned long m_trapSerial = 0;
-    int m_trappedError = 0;
+    std::vector<RequestError> m_trappedErrors;
 };
 
 } // namespace vocari

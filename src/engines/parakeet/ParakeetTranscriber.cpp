@@ -10,28 +10,6 @@ namespace vocari {
 
 namespace {
 
-// The unfinished phrase a draft is made of, and the cut count it belongs to.
-struct DraftAudio
-{
-    std::vector<float> samples;
-    int64_t cuts = 0;
-};
-
-// Takes the phrase being assembled when it has heard speech and holds at least 0.25 s, in one
-// step under the segmenter's lock. (A template, so that it compiles against a segmenter
-// without the snapshot; drafts are then never shown.)
-template <typename S> std::optional<DraftAudio> draftAudio(const S &segmenter)
-{
-    if constexpr (requires { segmenter.snapshot(S::minSpeech); }) {
-        auto snapshot = segmenter.snapshot(S::minSpeech);
-        if (!snapshot)
-            return std::nullopt;
-        return DraftAudio{std::move(snapshot->samples), snapshot->cuts};
-    } else {
-        return std::nullopt;
-    }
-}
-
 QString describe(const std::exception &error)
 {
     if (const auto *userFacing = dynamic_cast<const TranscriberError *>(&error))
@@ -195,7 +173,9 @@ void ParakeetTranscriber::runDrafts(std::stop_token stop)
             if (m_queued > 0 || m_stopped)
                 continue;
         }
-        auto draft = draftAudio(m_segmenter);
+        // The phrase being assembled, once it has heard speech and holds at least 0.25 s,
+        // copied together with the cut count it belongs to.
+        auto draft = m_segmenter.snapshot(Segmenter::minSpeech);
         if (!draft)
             continue;
 

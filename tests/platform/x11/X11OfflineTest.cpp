@@ -50,33 +50,6 @@ TEST(TypingChunks, CutAtTwentyUnitsWithoutSplittingSurrogatePairs)
     }
 }
 
-TEST(BackspaceCount, FollowsWhatOneBackSpaceDeletesInQtAndGtk)
-{
-    // Measured in a QPlainTextEdit, a QLineEdit and a GTK 3 entry.
-    struct Case
-    {
-        QString text;
-        qsizetype qt;
-        qsizetype gtk;
-    };
-    const Case cases[] = {
-        {QStringLiteral(" wörld 🎉"), 8, 8},
-        {QStringLiteral("👨‍👩‍👧"), 5, 1},
-        {QStringLiteral("🇫🇷👍🏽"), 4, 2},
-        {QStringLiteral("é"), 2, 1},
-        {QStringLiteral("क्ष"), 3, 3},
-        {QStringLiteral("한日"), 2, 2},
-        {QString(), 0, 0},
-    };
-    for (const Case &c : cases) {
-        EXPECT_EQ(TextInserter::backspaceCount(c.text, TextInserter::BackspaceRule::codePoint),
-                  c.qt)
-            << c.text.toStdString();
-        EXPECT_EQ(TextInserter::backspaceCount(c.text, TextInserter::BackspaceRule::gtk), c.gtk)
-            << c.text.toStdString();
-    }
-}
-
 TEST(PasteShortcut, TerminalsGetTheirOwnPasteUnlessTheSettingSaysOtherwise)
 {
     for (const char *name :

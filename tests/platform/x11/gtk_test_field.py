@@ -1,26 +1,16 @@
 #!/usr/bin/python3
-# The GTK 3 counterpart of TestWindow.cpp for the X11 tests: one text entry that takes the
-# keyboard focus and reports, on the same lines as the Qt window, its key events and its text:
-#
-#   ready <window id> <process id>
-#   press|release <X keycode> <X modifier state> 0 <percent-encoded text>
-#   text <percent-encoded text of the entry>
-#
-# Commands on standard input: "clear" empties the entry, "quit" ends the program. Exits with 2
-# and a line on standard error when GTK 3 cannot be loaded.
+# The GTK 3 counterpart of TestWindow.cpp for the X11 tests: a text entry that takes the keyboard
+# focus and reports its key events and text on the same lines ("ready", "press", "release",
+# "text") and takes the same commands ("clear", "quit") on standard input.
 
 import os
 import sys
 import urllib.parse
 
-try:
-    import gi
+import gi
 
-    gi.require_version("Gtk", "3.0")
-    from gi.repository import Gdk, GLib, Gtk
-except (ImportError, ValueError) as error:
-    print(f"gtk_test_field: GTK 3 for Python is missing: {error}", file=sys.stderr)
-    sys.exit(2)
+gi.require_version("Gtk", "3.0")
+from gi.repository import Gdk, GLib, Gtk  # noqa: E402
 
 
 def report(line):

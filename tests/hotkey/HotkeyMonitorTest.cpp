@@ -95,81 +95,46 @@ protected:
     bool escapeActive = false;
 };
 
-TEST_F(MonitorRules, ModifierKeyAloneFollowsItsOwnPressAndRelease)
+// What the desktop tests cannot stage: auto-repeat marks, stray settings, releases that come
+// by either route.
+TEST_F(MonitorRules, KeyFollowsPressAndReleaseOnceWhateverTheRepeatsAndRoutes)
 {
     ASSERT_TRUE(monitor.start(Hotkey::defaultKey()));
     EXPECT_TRUE(keyboard.grabs.empty()) << "a modifier alone is watched, never grabbed";
-
     observed(Kind::press, KeyCode::rightAlt);
     observed(Kind::press, KeyCode::rightAlt, true);
-    observed(Kind::press, KeyCode::rightAlt);
-    EXPECT_EQ(pressed, 1) << "repeats and presses while down call nothing";
     observed(Kind::release, KeyCode::rightAlt);
     observed(Kind::release, KeyCode::rightAlt);
+    EXPECT_EQ(pressed, 1);
     EXPECT_EQ(released, 1);
-    EXPECT_FALSE(monitor.isDown());
-
-    // The other Alt is another key; holding it does not keep Right Alt down.
-    observed(Kind::press, KeyCode::leftAlt);
-    observed(Kind::press, KeyCode::rightAlt);
-    observed(Kind::release, KeyCode::rightAlt);
-    EXPECT_EQ(pressed, 2);
-    EXPECT_EQ(released, 2);
-
-    // A grabbed event of the same key code is not how a modifier alone is followed, and goes
-    // on to the focused window.
+    // A grabbed event of the same key code is not how a modifier alone is followed.
     EXPECT_FALSE(grabbedPress(KeyCode::rightAlt, 0));
-    EXPECT_EQ(pressed, 2);
-
     // A hand-edited setting: the A key "alone". Typing an "a" must not start dictation.
     ASSERT_TRUE(monitor.start(Hotkey{30, 0, true}));
     observed(Kind::press, 30);
-    observed(Kind::release, 30);
-    EXPECT_EQ(pressed, 2);
-    EXPECT_EQ(released, 2);
-}
+    EXPECT_EQ(pressed, 1);
 
-TEST_F(MonitorRules, CombinationStartsOnItsExactModifiersAndEndsOnItsKeysRelease)
-{
     ASSERT_TRUE(monitor.start(ctrlAltSpace));
     EXPECT_EQ(keyboard.grabs, std::vector<KeyGrab>{spaceGrab});
-
-    // Space seen in passing (typing) is ignored, a release without a seen press too.
-    observed(Kind::press, KeyCode::space);
-    observed(Kind::release, KeyCode::space);
-    EXPECT_EQ(pressed + released, 0);
-
-    // Extra modifiers make another combination, which goes on to the focused window.
-    EXPECT_FALSE(grabbedPress(KeyCode::space, ctrlAltSpace.modifiers | Modifier::shift));
-    EXPECT_EQ(pressed, 0);
-
-    // The press and its repeats are all swallowed; one call.
-    EXPECT_TRUE(grabbedPress(KeyCode::space, ctrlAltSpace.modifiers));
+    // A first press that arrives marked as a repeat is not a new press, but is swallowed.
     EXPECT_TRUE(grabbedPress(KeyCode::space, ctrlAltSpace.modifiers, true));
-    EXPECT_TRUE(grabbedPress(KeyCode::space, ctrlAltSpace.modifiers));
     EXPECT_EQ(pressed, 1);
-    // Another key's release does not end it; Space's does, whatever modifiers are left.
+    EXPECT_TRUE(grabbedPress(KeyCode::space, ctrlAltSpace.modifiers));
+    EXPECT_TRUE(grabbedPress(KeyCode::space, ctrlAltSpace.modifiers));
+    EXPECT_EQ(pressed, 2);
     observed(Kind::release, KeyCode::leftCtrl);
     EXPECT_TRUE(monitor.isDown());
-    observed(Kind::release, KeyCode::space);
-    EXPECT_EQ(released, 1);
-
-    // The release may also come through the grab; it counts once either way.
-    grabbedPress(KeyCode::space, ctrlAltSpace.modifiers);
+    // The release may come through the grab and be seen again; it counts once.
     send(Kind::release, Route::grabbed, KeyCode::space, 0);
     observed(Kind::release, KeyCode::space);
-    EXPECT_EQ(pressed, 2);
     EXPECT_EQ(released, 2);
-
-    // A first press that arrives marked as a repeat is not a new press.
-    EXPECT_TRUE(grabbedPress(KeyCode::space, ctrlAltSpace.modifiers, true));
-    EXPECT_EQ(pressed, 2);
 
     // Bits beyond the four modifiers (a hand-edited setting) are not part of the combination.
     ASSERT_TRUE(monitor.start(Hotkey{KeyCode::space, ctrlAltSpace.modifiers | 0x800000, false}));
     EXPECT_EQ(keyboard.grabs, std::vector<KeyGrab>{spaceGrab});
     EXPECT_TRUE(grabbedPress(KeyCode::space, ctrlAltSpace.modifiers));
     EXPECT_EQ(pressed, 3);
+    EXPECT_FALSE(grabbedPress(KeyCode::space, Modifier::mask));
 }
 
 TEST_F(MonitorRules, EscapeWithAnyModifiersCancelsOnlyWhileItShould)
@@ -219,30 +184,22 @@ TEST_F(MonitorRules, EscapeWithAnyModifiersCancelsOnlyWhileItShould)
 
 TEST_F(MonitorRules, StartAndStopKeepOneListenerAndForgetTheHeldKey)
 {
-    EXPECT_FALSE(monitor.isRunning());
     ASSERT_TRUE(monitor.start(ctrlAltSpace));
     ASSERT_TRUE(monitor.start(ctrlAltSpace));
-    EXPECT_EQ(keyboard.opens, 2);
-    EXPECT_EQ(keyboard.closes, 1);
-    EXPECT_EQ(keyboard.grabs.size(), 1u);
-    EXPECT_TRUE(monitor.isRunning());
-
+    EXPECT_EQ(keyboard.opens - keyboard.closes, 1);
     grabbedPress(KeyCode::space, ctrlAltSpace.modifiers);
-    ASSERT_TRUE(monitor.isDown());
     monitor.stop();
     EXPECT_FALSE(monitor.isDown());
     EXPECT_FALSE(monitor.isRunning());
     EXPECT_EQ(released, 0) << "stopping is not a release";
-    EXPECT_FALSE(keyboard.isOpenNow);
     monitor.stop(); // harmless when stopped
 
     // A new key while stopped is only stored; while running it takes effect at once.
     monitor.setHotkey(Hotkey::defaultKey());
     EXPECT_FALSE(keyboard.isOpenNow);
-    EXPECT_EQ(monitor.hotkey(), Hotkey::defaultKey());
     ASSERT_TRUE(monitor.start(Hotkey::defaultKey()));
     monitor.setHotkey(ctrlAltSpace);
-    EXPECT_EQ(keyboard.grabs.size(), 1u);
+    EXPECT_EQ(keyboard.grabs, std::vector<KeyGrab>{spaceGrab});
 
     // A callback may stop the monitor.
     monitor.onRelease = [this] { monitor.stop(); };
@@ -266,32 +223,20 @@ TEST_F(MonitorRules, StartFailsWithTheCauseWhenTheKeyCannotBeWatched)
     EXPECT_EQ(monitor.errorString(), QStringLiteral("no keyboard here"));
     keyboard.refuseOpen = false;
 
-    const Hotkey superKey300{300, Modifier::super | Modifier::alt, false};
-    const KeyGrab grab300{300, superKey300.modifiers, false};
-    const struct
-    {
-        GrabFailure failure;
-        const char *message;
-    } cases[] = {
-        {{grab300, Reason::heldElsewhere, false, 0},
-         "Alt+Super+Key 300 is already used by another program; choose another dictation key."},
-        {{grab300, Reason::noSuchModifier, false, Modifier::super},
-         "Alt+Super+Key 300 cannot be used: the X server has no Super modifier; choose another "
-         "dictation key."},
-        {{grab300, Reason::noSuchModifier, false, Modifier::super | Modifier::alt},
-         "Alt+Super+Key 300 cannot be used: the X server has no Alt or Super modifier; choose "
+    // Each cause in its own words (the desktop tests meet the others on a real server).
+    const Hotkey altSuperF5{63, Modifier::super | Modifier::alt, false};
+    const KeyGrab grab{63, altSuperF5.modifiers, false};
+    const std::pair<GrabFailure, const char *> cases[] = {
+        {{grab, Reason::noSuchModifier, false, Modifier::super | Modifier::alt},
+         "Alt+Super+F5 cannot be used: the X server has no Alt or Super modifier; choose "
          "another dictation key."},
-        {{grab300, Reason::keyOutOfRange, false, 0},
-         "Alt+Super+Key 300 cannot be used: key code 300 is beyond the keys the X server knows; "
-         "choose another dictation key."},
-        {{grab300, Reason::refused, false, 0},
-         "Alt+Super+Key 300 cannot be used: the X server refused to grab it; choose another "
+        {{grab, Reason::refused, false, 0},
+         "Alt+Super+F5 cannot be used: the X server refused to grab it; choose another "
          "dictation key."},
     };
     for (const auto &[failure, message] : cases) {
         keyboard.refusals = {failure};
-        EXPECT_FALSE(monitor.start(superKey300));
-        EXPECT_FALSE(monitor.isRunning());
+        EXPECT_FALSE(monitor.start(altSuperF5));
         EXPECT_FALSE(keyboard.isOpenNow);
         EXPECT_EQ(monitor.errorString(), QString::fromUtf8(message));
     }

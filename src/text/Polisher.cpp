@@ -1,19 +1,44 @@
 #include "text/Polisher.h"
 
-#include "text/TextProcessor.h"
-
-#include <QList>
-#include <QRegularExpression>
 #include <QSet>
+#include <QStringView>
+#include <QTextBoundaryFinder>
+#include <vector>
+
+// The rules stage reads the text in single left-to-right passes and builds each result by
+// appending: no pass searches backwards further than the white space it has just crossed, and
+// nothing is removed from or inserted into the middle of a string. A whole dictation of any
+// length is therefore tidied in time proportional to its length.
 
 namespace vocari {
 
 namespace {
 
-// Every pattern here needs Unicode properties: without them PCRE2's \s and \b know ASCII only,
-// so a run of no-break spaces would stay and "Été été" would not count as a stutter.
-constexpr auto kUnicode = QRegularExpression::UseUnicodePropertiesOption;
-constexpr auto kUnicodeCaseless = kUnicode | QRegularExpression::CaseInsensitiveOption;
+// The code point that the UTF-16 unit at `at` belongs to (both halves of a surrogate pair
+// give the pair's code point).
+char32_t codePointAt(QStringView text, qsizetype at)
+{
+    const QChar unit = text[at];
+    if (unit.isHighSurrogate() && at + 1 < text.size() && text[at + 1].isLowSurrogate())
+        return QChar::surrogateToUcs4(unit, text[at + 1]);
+    if (unit.isLowSurrogate() && at > 0 && text[at - 1].isHighSurrogate())
+        return QChar::surrogateToUcs4(text[at - 1], unit);
+    return unit.unicode();
+}
+
+bool isLetter(QStringView text, qsizetype at)
+{
+    return QChar::isLetter(codePointAt(text, at));
+}
+
+// Letters, numbers, underscores and the combining marks and joiners that belong to a letter:
+// a hesitation sound or a repeated word must stand between characters that are none of these.
+bool isWordCharacter(QStringView text, qsizetype at)
+{
+    const char32_t c = codePointAt(text, at);
+    return QChar::isLetterOrNumber(c) || QChar::isMark(c) || c == 0x200C || c == 0x200D ||
+           QChar::category(c) == QChar::Punctuation_Connector;
+}
 
 // Spaces and tabs, not line breaks.
 bool isHorizontalSpace(QChar c)
@@ -21,56 +46,141 @@ bool isHorizontalSpace(QChar c)
     return c == u'\t' || c.category() == QChar::Separator_Space;
 }
 
-QStringView trimmedHorizontally(QStringView text)
+qsizetype endOfWord(QStringView text, qsizetype from)
 {
-    while (!text.isEmpty() && isHorizontalSpace(text.front()))
-        text = text.sliced(1);
-    while (!text.isEmpty() && isHorizontalSpace(text.back()))
-        text.chop(1);
-    return text;
+    while (from < text.size() && isWordCharacter(text, from))
+        ++from;
+    return from;
 }
 
-// Whether a word that follows `before` begins a sentence: at the very start, or after a
-// sentence mark, though not after an ellipsis, which trails off mid-sentence.
-bool startsSentenceAfter(QStringView before)
+qsizetype endOfSpace(QStringView text, qsizetype from)
 {
-    before = trimmedHorizontally(before);
-    if (before.isEmpty())
-        return true;
-    const QChar last = before.back();
-    const bool sentenceMark = last == u'.' || last == u'!' || last == u'?';
-    return sentenceMark && !before.endsWith(u"...");
+    while (from < text.size() && text[from].isSpace())
+        ++from;
+    return from;
 }
 
-// A hesitation sound as a whole word, with an optional comma and white space before it and
-// any run of "...", "," or "…" right after it.
-QString removeFillers(QString text)
+// The text with the character (grapheme cluster) at each position upper-cased; positions in
+// ascending order. One boundary finder serves every position.
+QString upperCaseCharactersAt(const QString &text, const std::vector<qsizetype> &positions)
 {
-    static const QRegularExpression filler(
-        QStringLiteral(R"(,?\s*\b(?:u+m+|u+h+|e+r+m+|e+u+h+|h+m+)\b(?:\.\.\.|[,…])*)"),
-        kUnicodeCaseless);
-
-    QList<QRegularExpressionMatch> matches;
-    for (QRegularExpressionMatchIterator it = filler.globalMatch(text); it.hasNext();)
-        matches.append(it.next());
-
-    // From the last match to the first, so that earlier positions stay valid.
-    for (qsizetype i = matches.size() - 1; i >= 0; --i) {
-        const qsizetype start = matches[i].capturedStart();
-        const bool capitalizeNext = startsSentenceAfter(QStringView(text).first(start));
-        text.remove(start, matches[i].capturedLength());
-        if (!capitalizeNext)
+    if (positions.empty())
+        return text;
+    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
+    QString result;
+    result.reserve(text.size() + qsizetype(positions.size()));
+    qsizetype copied = 0;
+    for (const qsizetype position : positions) {
+        if (position < copied || position >= text.size())
             continue;
-        qsizetype next = start;
-        while (next < text.size() && text[next].isSpace())
-            ++next;
-        text = TextProcessor::upperCaseCharacterAt(text, next);
+        finder.setPosition(position);
+        const qsizetype end = finder.toNextBoundary();
+        if (end <= position)
+            continue;
+        result += QStringView(text).sliced(copied, position - copied);
+        result += text.sliced(position, end - position).toUpper();
+        copied = end;
     }
-    return text;
+    result += QStringView(text).sliced(copied);
+    return result;
+}
+
+// Whether a word is a hesitation sound: um, uh, erm, euh or hm in any case, each letter
+// stretched any number of times ("Ummm", "errm", "hmmm").
+bool isHesitation(QStringView word)
+{
+    char shape[8];
+    int length = 0;
+    for (const QChar c : word) {
+        const char16_t lower = c.unicode() | 0x20;
+        if (c.unicode() > 0x7f ||
+            (lower != u'u' && lower != u'm' && lower != u'h' && lower != u'e' && lower != u'r'))
+            return false;
+        if (length > 0 && shape[length - 1] == char(lower))
+            continue;
+        if (length == 3)
+            return false;
+        shape[length++] = char(lower);
+    }
+    const std::string_view form(shape, size_t(length));
+    return form == "um" || form == "uh" || form == "erm" || form == "euh" || form == "hm";
+}
+
+// Whether a word that follows text[0, end) begins a sentence: at the very start, or after a
+// sentence mark, though not after an ellipsis, which trails off mid-sentence.
+bool startsSentenceBefore(QStringView text, qsizetype end)
+{
+    while (end > 0 && isHorizontalSpace(text[end - 1]))
+        --end;
+    if (end == 0)
+        return true;
+    const QChar last = text[end - 1];
+    const bool sentenceMark = last == u'.' || last == u'!' || last == u'?';
+    return sentenceMark && !text.first(end).endsWith(u"...");
+}
+
+// Hesitation sounds, each with an optional comma and the white space before it and any run of
+// "...", "," or "…" right after it. Where a sound began a sentence, the first character that
+// follows it is upper-cased.
+QString removeFillers(const QString &input)
+{
+    const QStringView text(input);
+    QString result;
+    result.reserve(text.size());
+    std::vector<qsizetype> capitals;
+    bool capitalizePending = false;
+    qsizetype copied = 0;
+
+    // Copies text[copied, to) and notes where the next character to capitalise landed.
+    const auto copyUpTo = [&](qsizetype to) {
+        if (capitalizePending) {
+            const qsizetype next = endOfSpace(text.first(to), copied);
+            if (next < to) {
+                capitals.push_back(result.size() + (next - copied));
+                capitalizePending = false;
+            }
+        }
+        result += text.sliced(copied, to - copied);
+        copied = to;
+    };
+
+    for (qsizetype at = 0; at < text.size();) {
+        if (!isWordCharacter(text, at)) {
+            ++at;
+            continue;
+        }
+        const qsizetype wordEnd = endOfWord(text, at);
+        if (!isHesitation(text.sliced(at, wordEnd - at))) {
+            at = wordEnd;
+            continue;
+        }
+        // The white space and comma before the sound, never reaching into what was removed.
+        qsizetype start = at;
+        while (start > copied && text[start - 1].isSpace())
+            --start;
+        if (start > copied && text[start - 1] == u',')
+            --start;
+        qsizetype end = wordEnd;
+        while (true) {
+            if (text.sliced(end).startsWith(u"..."))
+                end += 3;
+            else if (end < text.size() && (text[end] == u',' || text[end] == u'…'))
+                ++end;
+            else
+                break;
+        }
+        const bool startsSentence = startsSentenceBefore(text, start);
+        copyUpTo(start);
+        copied = end;
+        capitalizePending = capitalizePending || startsSentence;
+        at = end;
+    }
+    copyUpTo(text.size());
+    return upperCaseCharactersAt(result, capitals);
 }
 
 // Words whose doubling is meant ("so so", "bye bye", "nous nous") and is kept.
-bool isLegitimateDouble(const QString &word)
+bool isLegitimateDouble(QStringView word)
 {
     static const QSet<QString> doubles{
         QStringLiteral("nous"), QStringLiteral("vous"), QStringLiteral("had"),
@@ -78,46 +188,114 @@ bool isLegitimateDouble(const QString &word)
         QStringLiteral("so"),   QStringLiteral("no"),   QStringLiteral("yes"),
         QStringLiteral("oui"),  QStringLiteral("non"),  QStringLiteral("ha"),
         QStringLiteral("bye")};
-    return doubles.contains(word.toLower());
+    return doubles.contains(word.toString().toLower());
 }
 
-// A word said twice in a row, whatever the case, becomes one, spelled as the first.
-QString collapseRepeatedWords(QString text)
+// Where `word` appears again at text[from], compared without regard to case and ending at a
+// word edge: the end of that second copy, or -1.
+qsizetype endOfRepeat(QStringView text, qsizetype from, QStringView word)
 {
-    static const QRegularExpression repeated(QStringLiteral(R"(\b(\p{L}+)\s+\1\b)"),
-                                             kUnicodeCaseless);
-
-    QList<QRegularExpressionMatch> matches;
-    for (QRegularExpressionMatchIterator it = repeated.globalMatch(text); it.hasNext();)
-        matches.append(it.next());
-
-    for (qsizetype i = matches.size() - 1; i >= 0; --i) {
-        const QString word = matches[i].captured(1);
-        if (!isLegitimateDouble(word))
-            text.replace(matches[i].capturedStart(), matches[i].capturedLength(), word);
+    qsizetype at = from;
+    for (qsizetype i = 0; i < word.size();) {
+        if (at >= text.size())
+            return -1;
+        const char32_t expected = codePointAt(word, i);
+        const char32_t found = codePointAt(text, at);
+        if (expected != found && QChar::toCaseFolded(expected) != QChar::toCaseFolded(found))
+            return -1;
+        i += QChar::requiresSurrogates(expected) ? 2 : 1;
+        at += QChar::requiresSurrogates(found) ? 2 : 1;
     }
-    return text;
+    if (at < text.size() && isWordCharacter(text, at))
+        return -1;
+    return at;
 }
 
-QString repairSpacingAndPunctuation(QString text)
+// A word of letters said twice in a row, whatever the case, becomes one, spelled as the first.
+// Pairs do not overlap: "go go go" keeps two.
+QString collapseRepeatedWords(const QString &input)
 {
-    static const QRegularExpression spaceBeforePunctuation(QStringLiteral(R"(\s+([,.!?;:]))"),
-                                                           kUnicode);
-    static const QRegularExpression whiteSpaceRun(QStringLiteral(R"(\s{2,})"), kUnicode);
-    // "?." and ".." lose the period; an ellipsis "..." is left alone.
-    static const QRegularExpression doubledPeriod(QStringLiteral(R"((?<!\.)([.!?])\.(?!\.))"),
-                                                  kUnicode);
+    const QStringView text(input);
+    QString result;
+    result.reserve(text.size());
+    qsizetype copied = 0;
+    for (qsizetype at = 0; at < text.size();) {
+        if (!isWordCharacter(text, at)) {
+            ++at;
+            continue;
+        }
+        // A word made of letters only, followed by white space, may be repeated.
+        qsizetype lettersEnd = at;
+        while (lettersEnd < text.size() && isLetter(text, lettersEnd))
+            ++lettersEnd;
+        const qsizetype spaceEnd = endOfSpace(text, lettersEnd);
+        if (lettersEnd == at || isWordCharacter(text, lettersEnd) || spaceEnd == lettersEnd) {
+            at = endOfWord(text, at);
+            continue;
+        }
+        const QStringView word = text.sliced(at, lettersEnd - at);
+        const qsizetype repeatEnd = endOfRepeat(text, spaceEnd, word);
+        if (repeatEnd < 0) {
+            at = spaceEnd;
+            continue;
+        }
+        if (!isLegitimateDouble(word)) {
+            result += text.sliced(copied, lettersEnd - copied);
+            copied = repeatEnd;
+        }
+        at = repeatEnd;
+    }
+    result += text.sliced(copied);
+    return result;
+}
 
-    text.replace(spaceBeforePunctuation, QStringLiteral("\\1"));
-    text.replace(whiteSpaceRun, QStringLiteral(" "));
-    text.replace(doubledPeriod, QStringLiteral("\\1"));
-    return text;
+bool isClosingPunctuation(QChar c)
+{
+    return c == u',' || c == u'.' || c == u'!' || c == u'?' || c == u';' || c == u':';
+}
+
+// White space before ",.!?;:" goes; any other run of two or more white-space characters
+// becomes one space; a period doubled after a sentence mark is dropped ("?." and ".." lose
+// the period), while an ellipsis "..." is left alone.
+QString repairSpacingAndPunctuation(const QString &input)
+{
+    const QStringView text(input);
+    QString spaced;
+    spaced.reserve(text.size());
+    for (qsizetype at = 0; at < text.size();) {
+        if (!text[at].isSpace()) {
+            spaced += text[at++];
+            continue;
+        }
+        const qsizetype end = endOfSpace(text, at);
+        const bool beforePunctuation = end < text.size() && isClosingPunctuation(text[end]);
+        if (!beforePunctuation)
+            spaced += end - at >= 2 ? QChar(u' ') : text[at];
+        at = end;
+    }
+
+    QString result;
+    result.reserve(spaced.size());
+    for (qsizetype at = 0; at < spaced.size(); ++at) {
+        result += spaced[at];
+        const QChar c = spaced[at];
+        const bool sentenceMark = c == u'.' || c == u'!' || c == u'?';
+        const bool doubled = sentenceMark && (at == 0 || spaced[at - 1] != u'.') &&
+                             at + 1 < spaced.size() && spaced[at + 1] == u'.' &&
+                             (at + 2 == spaced.size() || spaced[at + 2] != u'.');
+        if (doubled)
+            ++at;
+    }
+    return result;
 }
 
 } // namespace
 
 QString Polisher::applyRules(const QString &text)
 {
+    // Text that is not valid UTF-16 cannot be read as words; it is only trimmed.
+    if (!QStringView(text).isValidUtf16())
+        return text.trimmed();
     return repairSpacingAndPunctuation(collapseRepeatedWords(removeFillers(text))).trimmed();
 }
 

@@ -35,6 +35,8 @@ TEST(PolisherRepeatedWords, CollapsesStuttersButKeepsMeaningfulDoubles)
     EXPECT_EQ(Polisher::applyRules("I I I I said"), "I I said");
     EXPECT_EQ(Polisher::applyRules("the\n the theory"), "the theory");
     EXPECT_EQ(Polisher::applyRules("Été été chaud"), "Été chaud");
+    // An accent typed as a combining mark belongs to its word: "ou où" is no stutter.
+    EXPECT_EQ(Polisher::applyRules("ou ou\u0300 bien"), "ou ou\u0300 bien");
     EXPECT_EQ(Polisher::applyRules("the theory"), "the theory");
 
     const char *doubles[] = {"nous", "vous", "had", "that", "is", "very", "so",

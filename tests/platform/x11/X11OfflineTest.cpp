@@ -127,10 +127,12 @@ TEST(X11ModifierMapping, TranslatesBothWaysAndCoversEveryLockCombination)
     modifiers.scrollLock = mod3;
     EXPECT_EQ(modifiers.lockCombinations().size(), 8u);
 
-    // A server without a Super modifier cannot grab a Super combination.
+    // A server without a Super modifier cannot grab a Super combination, and says which.
     X11Modifiers bare;
     bare.alt = mod1;
     EXPECT_FALSE(bare.toX(Modifier::super));
+    EXPECT_EQ(bare.missing(Modifier::mask), Modifier::super);
+    EXPECT_EQ(bare.missing(Modifier::control | Modifier::alt), 0u);
     EXPECT_EQ(bare.fromX(mod4), 0u);
 }
 

@@ -1,7 +1,6 @@
-#include "engines/parakeet/MemoryPressureMonitor.h"
+#include "engines/MemoryPressureMonitor.h"
 
-#include "engines/parakeet/ParakeetLog.h"
-
+#include <QLoggingCategory>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -11,18 +10,20 @@
 
 namespace vocari {
 
+Q_LOGGING_CATEGORY(lcMemoryPressure, "vocari.engine.memory", QtInfoMsg)
+
 MemoryPressureMonitor::MemoryPressureMonitor(Handler handler, const QString &path,
                                              const QByteArray &trigger)
     : m_handler(std::move(handler))
 {
     m_pressureFd = ::open(path.toLocal8Bit().constData(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
     if (m_pressureFd < 0) {
-        qCDebug(lcParakeet) << "no memory pressure information at" << path;
+        qCDebug(lcMemoryPressure) << "no memory pressure information at" << path;
         return;
     }
     // The trigger is written with its terminating NUL, as the kernel documentation shows.
     if (::write(m_pressureFd, trigger.constData(), size_t(trigger.size()) + 1) < 0) {
-        qCDebug(lcParakeet) << "memory pressure trigger refused:" << strerror(errno);
+        qCDebug(lcMemoryPressure) << "memory pressure trigger refused:" << strerror(errno);
         ::close(m_pressureFd);
         m_pressureFd = -1;
         return;

@@ -10,9 +10,11 @@ namespace vocari {
 
 FileTransfer::FileTransfer(QNetworkAccessManager &network, const HubEndpoint &endpoint,
                            const QUrl &url, const QString &destination, const QString &label,
-                           std::chrono::milliseconds timeout, QObject *parent)
+                           std::optional<qint64> expectedBytes, std::chrono::milliseconds timeout,
+                           const CountdownFactory &countdowns, QObject *parent)
     : QObject(parent), m_network(network), m_endpoint(endpoint), m_url(url),
-      m_destination(destination), m_label(label), m_timeout(timeout), m_file(destination)
+      m_destination(destination), m_label(label), m_expectedBytes(expectedBytes),
+      m_timeout(timeout), m_countdowns(countdowns), m_file(destination)
 {
 }
 
@@ -38,7 +40,11 @@ void FileTransfer::start()
             QStringLiteral("Couldn't write %1: %2").arg(m_label, m_file.errorString()))));
         return;
     }
-    m_fetch = std::make_unique<HubFetch>(m_network, m_endpoint, m_url, m_file, m_timeout);
+    m_fetch =
+        std::make_unique<HubFetch>(m_network, m_endpoint, m_url, m_file, m_timeout, m_countdowns);
+    // A body longer than the listed size is given up as soon as it gets there.
+    if (m_expectedBytes)
+        m_fetch->setMaxBytes(*m_expectedBytes);
     connect(m_fetch.get(), &HubFetch::received, this, &FileTransfer::received);
     connect(m_fetch.get(), &HubFetch::finished, this, &FileTransfer::onFetched);
     m_fetch->start();
@@ -60,6 +66,10 @@ void FileTransfer::onFetched()
     case HubFetch::Outcome::Running:
         return;
     case HubFetch::Outcome::Ok:
+        if (m_expectedBytes && fetch.bytesWritten() != *m_expectedBytes) {
+            fail(wrongSize());
+            return;
+        }
         if (!m_file.commit()) {
             fail(DownloadError::file(DownloadError::sentence(
                 QStringLiteral("Couldn't save %1: %2").arg(m_label, m_file.errorString()))));
@@ -79,9 +89,11 @@ void FileTransfer::onFetched()
         fail(DownloadError::network(
             QStringLiteral("The download of %1 broke off before the end.").arg(m_label)));
         return;
+    case HubFetch::Outcome::TooLarge:
+        fail(wrongSize());
+        return;
     case HubFetch::Outcome::NetworkError:
     case HubFetch::Outcome::BadRedirect:
-    case HubFetch::Outcome::TooLarge:
         fail(DownloadError::network(DownloadError::sentence(
             QStringLiteral("Couldn't download %1: %2").arg(m_label, fetch.detail()))));
         return;
@@ -90,6 +102,13 @@ void FileTransfer::onFetched()
             QStringLiteral("Couldn't write %1: %2").arg(m_label, fetch.detail()))));
         return;
     }
+}
+
+DownloadError FileTransfer::wrongSize() const
+{
+    return DownloadError::network(
+        QStringLiteral("The download of %1 isn't the size the model hub lists for it.")
+            .arg(m_label));
 }
 
 void FileTransfer::fail(DownloadError error)

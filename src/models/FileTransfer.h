@@ -1,5 +1,6 @@
 #pragma once
 
+#include "models/Countdown.h"
 #include "models/DownloadError.h"
 #include "models/HubEndpoint.h"
 
@@ -18,15 +19,18 @@ namespace vocari {
 class HubFetch;
 
 // One attempt at one file: its body streams into a temporary file beside the destination,
-// which takes the destination's place only once the whole body has arrived. The destination's
-// folders are created as needed. Whatever fails, no partial file is left at the destination.
+// which takes the destination's place only once the whole body has arrived and, when the
+// listing gives the file's size, has exactly that size (a hub that answers 200 with an error
+// page must not leave that page in the model). The destination's folders are created as
+// needed. Whatever fails, no partial file is left at the destination.
 class FileTransfer : public QObject
 {
     Q_OBJECT
 public:
     FileTransfer(QNetworkAccessManager &network, const HubEndpoint &endpoint, const QUrl &url,
                  const QString &destination, const QString &label,
-                 std::chrono::milliseconds timeout, QObject *parent = nullptr);
+                 std::optional<qint64> expectedBytes, std::chrono::milliseconds timeout,
+                 const CountdownFactory &countdowns, QObject *parent = nullptr);
     ~FileTransfer() override;
 
     void start();
@@ -44,13 +48,16 @@ signals:
 private:
     void onFetched();
     void fail(DownloadError error);
+    DownloadError wrongSize() const;
 
     QNetworkAccessManager &m_network;
     const HubEndpoint m_endpoint;
     const QUrl m_url;
     const QString m_destination;
     const QString m_label; // the path inside the repository, for messages
+    const std::optional<qint64> m_expectedBytes;
     const std::chrono::milliseconds m_timeout;
+    const CountdownFactory m_countdowns;
 
     QSaveFile m_file;
     std::unique_ptr<HubFetch> m_fetch;

@@ -7,6 +7,7 @@
 #include <QBuffer>
 #include <QDir>
 #include <QFileInfo>
+#include <QLockFile>
 #include <QLoggingCategory>
 #include <QNetworkAccessManager>
 #include <QTimer>
@@ -16,11 +17,22 @@ namespace vocari {
 
 Q_LOGGING_CATEGORY(lcDownload, "vocari.models.download", QtInfoMsg)
 
+namespace {
+
+HubDownload::Options withTimers(HubDownload::Options options)
+{
+    if (!options.countdowns)
+        options.countdowns = timerCountdowns();
+    return options;
+}
+
+} // namespace
+
 HubDownload::HubDownload(HubEndpoint endpoint, QString repository, QString folder, Options options,
                          QObject *parent)
     : ModelDownload(parent), m_endpoint(std::move(endpoint)), m_repository(std::move(repository)),
       m_folder(QDir::cleanPath(folder)), m_staging(ModelFolders::stagingFolderOf(m_folder)),
-      m_options(options)
+      m_options(withTimers(std::move(options)))
 {
 }
 
@@ -35,7 +47,7 @@ HubDownload::~HubDownload()
     if (m_started && !m_ended) {
         stopAll();
         if (m_stagingCreated)
-            QDir(m_staging).removeRecursively();
+            ModelFolders::removeEntry(m_staging);
     }
 }
 
@@ -54,7 +66,7 @@ void HubDownload::start()
     m_listingBody->open(QIODevice::WriteOnly);
     m_listing =
         std::make_unique<HubFetch>(*m_network, m_endpoint, m_endpoint.listingUrl(m_repository),
-                                   *m_listingBody, m_options.transferTimeout);
+                                   *m_listingBody, m_options.transferTimeout, m_options.countdowns);
     m_listing->setMaxBytes(kMaxListingBytes);
     connect(m_listing.get(), &HubFetch::finished, this, &HubDownload::onListing);
     qCInfo(lcDownload) << "listing" << m_repository << "at" << m_endpoint.address();
@@ -109,16 +121,39 @@ void HubDownload::onListing()
     startFiles(std::get<DownloadPlan>(plan));
 }
 
+bool HubDownload::prepareStaging()
+{
+    const QString parent = QFileInfo(m_folder).absolutePath();
+    const auto cannotCreate = [this](const QString &folder) {
+        fail(DownloadError::file(QStringLiteral("Couldn't create the folder %1.")
+                                     .arg(QDir::toNativeSeparators(folder))));
+        return false;
+    };
+    if (!QDir().mkpath(parent))
+        return cannotCreate(parent);
+    m_lock = std::make_unique<QLockFile>(ModelFolders::lockFileOf(m_folder));
+    m_lock->setStaleLockTime(0); // a download may take hours; only a dead owner frees the lock
+    if (!m_lock->tryLock(0)) {
+        if (m_lock->error() == QLockFile::LockFailedError) {
+            fail(DownloadError::file(
+                QStringLiteral("Another program is downloading this model right now.")));
+            return false;
+        }
+        return cannotCreate(parent);
+    }
+    // A staging folder left by an interrupted download is never reused. Whatever stands in its
+    // place, a link included, goes itself; a fresh folder is made so that nothing is written
+    // through a link.
+    if (!ModelFolders::removeEntry(m_staging) || !QDir().mkdir(m_staging))
+        return cannotCreate(m_staging);
+    m_stagingCreated = true;
+    return true;
+}
+
 void HubDownload::startFiles(const DownloadPlan &plan)
 {
-    // A staging folder left by an interrupted download is never reused.
-    QDir(m_staging).removeRecursively();
-    if (!QDir().mkpath(m_staging)) {
-        fail(DownloadError::file(QStringLiteral("Couldn't create the folder %1.")
-                                     .arg(QDir::toNativeSeparators(m_staging))));
+    if (!prepareStaging())
         return;
-    }
-    m_stagingCreated = true;
     m_total = std::max<qint64>(plan.totalBytes, 1);
     for (const HubItem &item : plan.files) {
         FileJob job;
@@ -147,9 +182,10 @@ void HubDownload::startAttempt(size_t index)
 {
     FileJob &job = m_files[index];
     job.attemptBytes = 0;
-    auto *transfer = new FileTransfer(
-        *m_network, m_endpoint, m_endpoint.fileUrl(m_repository, job.item.path),
-        QDir(m_staging).filePath(job.item.path), job.item.path, m_options.transferTimeout, this);
+    auto *transfer =
+        new FileTransfer(*m_network, m_endpoint, m_endpoint.fileUrl(m_repository, job.item.path),
+                         QDir(m_staging).filePath(job.item.path), job.item.path, job.item.size,
+                         m_options.transferTimeout, m_options.countdowns, this);
     job.transfer = transfer;
     connect(transfer, &FileTransfer::received, this,
             [this, index](qint64 total) { onBytes(index, total); });
@@ -197,31 +233,28 @@ void HubDownload::onFileFinished(size_t index)
 
 void HubDownload::retryLater(size_t index)
 {
-    auto *timer = new QTimer(this);
-    timer->setSingleShot(true);
-    timer->setInterval(m_options.retryDelay);
-    connect(timer, &QTimer::timeout, this, [this, index, timer] {
-        timer->deleteLater();
+    Countdown *wait = m_options.countdowns(this);
+    connect(wait, &Countdown::expired, this, [this, index, wait] {
+        wait->deleteLater();
         FileJob &job = m_files[index];
-        job.retryTimer = nullptr;
+        job.retryWait = nullptr;
         ++job.attempt;
         startAttempt(index);
     });
-    m_files[index].retryTimer = timer;
-    timer->start();
+    m_files[index].retryWait = wait;
+    wait->start(m_options.retryDelay);
 }
 
 void HubDownload::complete()
 {
-    // The old model goes only now that the new one is complete.
-    if (QFileInfo::exists(m_folder) && !QDir(m_folder).removeRecursively())
-        qCWarning(lcDownload) << "could not delete all of" << m_folder;
-    if (!QDir().rename(m_staging, m_folder)) {
-        // The staging folder stays; the next download of this engine starts by deleting it.
-        finish(DownloadError::file(QStringLiteral("Couldn't move the downloaded model into %1.")
-                                       .arg(QDir::toNativeSeparators(m_folder))));
+    // The old model goes only now that the new one is complete, and it is moved aside before
+    // the new one moves in, so that one of them is always whole.
+    if (!ModelFolders::replaceFolder(m_folder, m_staging)) {
+        fail(DownloadError::file(QStringLiteral("Couldn't move the downloaded model into %1.")
+                                     .arg(QDir::toNativeSeparators(m_folder))));
         return;
     }
+    m_stagingCreated = false;
     qCInfo(lcDownload) << "installed" << m_repository << "into" << m_folder;
     finish(std::nullopt);
 }
@@ -243,10 +276,10 @@ void HubDownload::stopAll()
             job.transfer->deleteLater();
             job.transfer = nullptr;
         }
-        if (job.retryTimer) {
-            job.retryTimer->stop();
-            job.retryTimer->deleteLater();
-            job.retryTimer = nullptr;
+        if (job.retryWait) {
+            job.retryWait->stop();
+            job.retryWait->deleteLater();
+            job.retryWait = nullptr;
         }
     }
 }
@@ -257,7 +290,7 @@ void HubDownload::fail(DownloadError error)
         return;
     stopAll();
     if (m_stagingCreated)
-        QDir(m_staging).removeRecursively();
+        ModelFolders::removeEntry(m_staging);
     finish(std::move(error));
 }
 
@@ -266,6 +299,7 @@ void HubDownload::finish(std::optional<DownloadError> error)
     if (m_ended)
         return;
     m_ended = true;
+    m_lock.reset(); // unlocks
     m_error = std::move(error);
     if (m_error && !m_error->isCancelled())
         qCInfo(lcDownload) << "download of" << m_repository << "failed:" << m_error->message();

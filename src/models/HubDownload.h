@@ -1,5 +1,6 @@
 #pragma once
 
+#include "models/Countdown.h"
 #include "models/HubEndpoint.h"
 #include "models/HubListing.h"
 #include "models/ModelDownload.h"
@@ -10,8 +11,8 @@
 #include <vector>
 
 class QBuffer;
+class QLockFile;
 class QNetworkAccessManager;
-class QTimer;
 
 namespace vocari {
 
@@ -23,17 +24,20 @@ class HubFetch;
 // folder beside the target ("<folder>.partial"), a few at a time, each with a few attempts.
 // Only when every file has arrived does the staging folder replace the target; when anything
 // fails, or the download is cancelled, the staging folder is deleted and the target is left
-// exactly as it was.
+// exactly as it was. While the files are fetched, a lock beside the target keeps another
+// process from fetching the same model or tidying its staging folder away.
 class HubDownload : public ModelDownload
 {
     Q_OBJECT
 public:
     struct Options
     {
-        std::chrono::milliseconds transferTimeout{30000}; // without data
+        std::chrono::milliseconds transferTimeout{30000}; // without hearing from the hub
         std::chrono::milliseconds retryDelay{1000};
         int attempts = 3;      // per file
         int parallelFiles = 3; // transfers at once
+        // Where the waits above come from; empty: QTimer.
+        CountdownFactory countdowns;
     };
 
     HubDownload(HubEndpoint endpoint, QString repository, QString folder, Options options,
@@ -60,11 +64,12 @@ private:
         int attempt = 0;         // 0-based
         qint64 attemptBytes = 0; // received in the current attempt
         QPointer<FileTransfer> transfer;
-        QPointer<QTimer> retryTimer;
+        QPointer<Countdown> retryWait;
     };
 
     void onListing();
     void startFiles(const DownloadPlan &plan);
+    bool prepareStaging();
     void startNextFiles();
     void startAttempt(size_t index);
     void onBytes(size_t index, qint64 total);
@@ -84,6 +89,7 @@ private:
     const QString m_staging;
     const Options m_options;
 
+    std::unique_ptr<QLockFile> m_lock;
     std::unique_ptr<QNetworkAccessManager> m_network;
     std::unique_ptr<QBuffer> m_listingBody;
     std::unique_ptr<HubFetch> m_listing;

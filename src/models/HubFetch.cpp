@@ -19,10 +19,12 @@ int statusOf(const QNetworkReply &reply)
 } // namespace
 
 HubFetch::HubFetch(QNetworkAccessManager &network, const HubEndpoint &endpoint, const QUrl &url,
-                   QIODevice &sink, std::chrono::milliseconds timeout, QObject *parent)
+                   QIODevice &sink, std::chrono::milliseconds timeout,
+                   const CountdownFactory &countdowns, QObject *parent)
     : QObject(parent), m_network(network), m_endpoint(endpoint), m_url(url), m_sink(sink),
-      m_timeout(timeout)
+      m_timeout(timeout), m_silence(countdowns(this))
 {
+    connect(m_silence, &Countdown::expired, this, [this] { finish(Outcome::TimedOut); });
 }
 
 HubFetch::~HubFetch()
@@ -44,12 +46,17 @@ void HubFetch::abort()
 
 void HubFetch::send(const QUrl &url)
 {
-    QNetworkRequest request = m_endpoint.request(url);
-    request.setTransferTimeout(static_cast<int>(m_timeout.count()));
     m_status = 0;
-    m_reply = m_network.get(request);
+    m_reply = m_network.get(m_endpoint.request(url));
+    connect(m_reply, &QNetworkReply::metaDataChanged, this, &HubFetch::heardFromHub);
     connect(m_reply, &QNetworkReply::readyRead, this, &HubFetch::onReadyRead);
     connect(m_reply, &QNetworkReply::finished, this, &HubFetch::onFinished);
+    m_silence->start(m_timeout);
+}
+
+void HubFetch::heardFromHub()
+{
+    m_silence->start(m_timeout);
 }
 
 bool HubFetch::bodyIsWanted() const
@@ -59,6 +66,7 @@ bool HubFetch::bodyIsWanted() const
 
 void HubFetch::onReadyRead()
 {
+    heardFromHub();
     // The body of a redirect or an error answer is left unread; onFinished() judges it.
     if (!bodyIsWanted())
         return;
@@ -91,8 +99,8 @@ void HubFetch::onFinished()
     m_status = statusOf(reply);
 
     if (m_status == 0) {
-        // No answer at all. A transfer time-out aborts the reply inside Qt, which reports
-        // it as cancelled or timed out; this object never aborts a reply it still listens to.
+        // No answer at all. Qt's own time-outs report the reply as cancelled or timed out;
+        // this object never aborts a reply it still listens to.
         const auto error = reply.error();
         if (error == QNetworkReply::OperationCanceledError || error == QNetworkReply::TimeoutError)
             finish(Outcome::TimedOut);
@@ -166,6 +174,7 @@ void HubFetch::finish(Outcome outcome, QString detail)
 
 void HubFetch::dropReply()
 {
+    m_silence->stop();
     if (!m_reply)
         return;
     QNetworkReply *reply = m_reply;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "models/Countdown.h"
 #include "models/HubEndpoint.h"
 
 #include <QIODevice>
@@ -16,7 +17,7 @@ namespace vocari {
 // One GET from the hub whose body is streamed into a device as it arrives. Redirects are
 // followed here (at most ten, never from https to plain http) so that the token stays with
 // the hub; the final answer must be 200 and, when it announces a length, deliver all of it.
-// A transfer that receives nothing for the time-out is given up.
+// A transfer that hears nothing from the hub for the time-out is given up.
 class HubFetch : public QObject
 {
     Q_OBJECT
@@ -35,7 +36,8 @@ public:
     };
 
     HubFetch(QNetworkAccessManager &network, const HubEndpoint &endpoint, const QUrl &url,
-             QIODevice &sink, std::chrono::milliseconds timeout, QObject *parent = nullptr);
+             QIODevice &sink, std::chrono::milliseconds timeout, const CountdownFactory &countdowns,
+             QObject *parent = nullptr);
     ~HubFetch() override;
 
     // Gives up on a body longer than this (no limit by default).
@@ -60,6 +62,7 @@ private:
 
     void send(const QUrl &url);
     void onReadyRead();
+    void heardFromHub();
     void onFinished();
     bool bodyIsWanted() const; // the answer is the 200 whose body goes to the device
     bool writeAvailable();
@@ -72,6 +75,7 @@ private:
     const QUrl m_url;
     QIODevice &m_sink;
     const std::chrono::milliseconds m_timeout;
+    Countdown *const m_silence; // runs while the hub owes an answer or more of the body
 
     QPointer<QNetworkReply> m_reply;
     int m_redirects = 0;

@@ -46,12 +46,18 @@ std::variant<std::vector<HubItem>, DownloadError> parse(const QByteArray &json)
         const QJsonValue path = object.value(QStringLiteral("path"));
         if (!entry.isObject() || !type.isString() || !path.isString())
             return DownloadError::badListing(QStringLiteral("an entry lacks its type or path"));
-        const QJsonValue size = object.value(QStringLiteral("size"));
+        // A large-file-storage entry's own size may be that of its pointer; the size of what
+        // a download receives is the one under "lfs".
+        const QJsonValue lfsSize =
+            object.value(QStringLiteral("lfs")).toObject().value(QStringLiteral("size"));
+        const QJsonValue size = lfsSize.isDouble() ? lfsSize : object.value(QStringLiteral("size"));
         if (!size.isUndefined() && !size.isNull() && !size.isDouble())
             return DownloadError::badListing(QStringLiteral("an entry's size is not a number"));
-        // Sizes only weigh the progress; an absurd one must not overflow the sum.
-        const double bytes = std::clamp(size.toDouble(), 0.0, kMaxItemBytes);
-        items.push_back({type.toString(), path.toString(), static_cast<qint64>(bytes)});
+        std::optional<qint64> bytes;
+        // An absurd size must not overflow the sum; no body can match it anyway.
+        if (size.isDouble())
+            bytes = static_cast<qint64>(std::clamp(size.toDouble(), 0.0, kMaxItemBytes));
+        items.push_back({type.toString(), path.toString(), bytes});
     }
     return items;
 }
@@ -91,7 +97,7 @@ std::variant<DownloadPlan, DownloadError> plan(const std::vector<HubItem> &items
                 });
                 if (item.isFile() && wanted) {
                     result.files.push_back(item);
-                    result.totalBytes += item.size;
+                    result.totalBytes += item.size.value_or(0);
                 }
             }
             return result;

@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QString>
 #include <QStringList>
+#include <optional>
 #include <variant>
 #include <vector>
 
@@ -13,9 +14,11 @@ namespace vocari {
 // One entry of a repository's file tree as the hub lists it.
 struct HubItem
 {
-    QString type;    // "file" or "directory"
-    QString path;    // "/"-separated, relative to the repository
-    qint64 size = 0; // 0 when the hub gives none
+    QString type; // "file" or "directory"
+    QString path; // "/"-separated, relative to the repository
+    // The file's size in bytes (for a large-file-storage file, that of its content, not of its
+    // pointer); none when the hub gives none.
+    std::optional<qint64> size;
 
     bool isFile() const { return type == QLatin1String("file"); }
     bool operator==(const HubItem &) const = default;
@@ -27,13 +30,14 @@ struct DownloadPlan
 {
     QString layout; // the layout's name, for messages
     std::vector<HubItem> files;
-    qint64 totalBytes = 0;
+    qint64 totalBytes = 0; // files without a size count nothing
 };
 
 namespace HubListing {
 
 // Reads the hub's answer: a JSON array of objects with a text "type" and "path" and an
-// optional number "size"; other keys are ignored. Fails with a BadListing error.
+// optional number "size", or "lfs" holding one; other keys are ignored. Fails with a
+// BadListing error.
 std::variant<std::vector<HubItem>, DownloadError> parse(const QByteArray &json);
 
 // Whether a listed path stays inside the folder it is written to: relative, no empty, "." or

@@ -6,11 +6,58 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QLocale>
+#include <QLockFile>
+#include <QRandomGenerator>
+#include <QRegularExpression>
+#include <cerrno>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace vocari::ModelFolders {
 
 namespace {
+
+const QLatin1String kAsideMark(".old-");
+
+bool linkStatus(const QString &path, struct stat &info)
+{
+    return ::lstat(QFile::encodeName(path).constData(), &info) == 0;
+}
+
+bool renameEntry(const QString &from, const QString &to)
+{
+    return ::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0;
+}
+
+// A name beside folder that nothing uses yet, for the old model while a new one moves in.
+QString newAsideOf(const QString &folder)
+{
+    struct stat info
+    {
+    };
+    QString aside;
+    do {
+        aside = folder + kAsideMark +
+                QString::number(QRandomGenerator::global()->generate(), 16).rightJustified(8, '0');
+    } while (linkStatus(aside, info));
+    return aside;
+}
+
+// The old models set aside for folder by replaceFolder(), sorted by name.
+QStringList asidesOf(const QString &folder)
+{
+    const QFileInfo info(folder);
+    static const QRegularExpression suffix(QStringLiteral("^\\.old-[0-9a-f]{8}$"));
+    QStringList asides;
+    const QStringList entries = info.dir().entryList(
+        {info.fileName() + kAsideMark + QLatin1Char('*')},
+        QDir::AllEntries | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
+    for (const QString &name : entries) {
+        if (suffix.match(name.mid(info.fileName().size())).hasMatch())
+            asides << info.dir().filePath(name);
+    }
+    return asides;
+}
 
 qint64 allocatedBytes(const QString &path)
 {
@@ -61,6 +108,77 @@ std::optional<QString> folderOf(const Engine &engine, const QString &root)
 QString stagingFolderOf(const QString &folder)
 {
     return QDir::cleanPath(folder) + QStringLiteral(".partial");
+}
+
+bool removeEntry(const QString &path)
+{
+    struct stat info
+    {
+    };
+    if (!linkStatus(path, info))
+        return errno == ENOENT;
+    // QDir::removeRecursively() unlinks the links it meets inside a folder, but called on a
+    // link to a folder it would empty the folder the link points to.
+    if (S_ISDIR(info.st_mode))
+        return QDir(path).removeRecursively();
+    return ::unlink(QFile::encodeName(path).constData()) == 0;
+}
+
+bool isRealFolder(const QString &path)
+{
+    struct stat info
+    {
+    };
+    return linkStatus(path, info) && S_ISDIR(info.st_mode);
+}
+
+bool replaceFolder(const QString &folder, const QString &replacement)
+{
+    struct stat info
+    {
+    };
+    QString aside;
+    if (linkStatus(folder, info)) {
+        aside = newAsideOf(folder);
+        if (!renameEntry(folder, aside))
+            return false;
+    }
+    if (!renameEntry(replacement, folder)) {
+        if (!aside.isEmpty())
+            renameEntry(aside, folder);
+        return false;
+    }
+    // What cannot be deleted now, recover() deletes at the next start.
+    if (!aside.isEmpty())
+        removeEntry(aside);
+    return true;
+}
+
+void recover(const QString &folder)
+{
+    const QString staging = stagingFolderOf(folder);
+    QStringList asides = asidesOf(folder);
+    struct stat info
+    {
+    };
+    if (asides.isEmpty() && !linkStatus(staging, info))
+        return;
+    QLockFile lock(lockFileOf(folder));
+    lock.setStaleLockTime(0); // a download may take hours; only a dead owner frees the lock
+    if (!lock.tryLock(0))
+        return;
+    // Killed between moving the old model aside and moving the new one in: the old one is
+    // complete, while the staging folder cannot be told from one that was still filling.
+    if (!linkStatus(folder, info) && !asides.isEmpty() && renameEntry(asides.front(), folder))
+        asides.removeFirst();
+    for (const QString &aside : asides)
+        removeEntry(aside);
+    removeEntry(staging);
+}
+
+QString lockFileOf(const QString &folder)
+{
+    return QDir::cleanPath(folder) + QStringLiteral(".lock");
 }
 
 QStringList missingFiles(const QString &folder)

@@ -50,8 +50,14 @@ ModelStore::ModelStore(Options options, QObject *parent)
 
     // The stored choice is taken as it is for now; it is written back only if it falls back.
     m_selected = Preferences::engine();
-    for (const Engine &engine : m_engines)
+    for (const Engine &engine : m_engines) {
+        // A run killed in the middle of a download leaves its staging folder, or in the middle
+        // of replacing a model, the old one set aside.
+        if (const std::optional<QString> folder = modelFolder(engine);
+            folder && engine.source.isHub())
+            ModelFolders::recover(*folder);
         refresh(engine);
+    }
     if (!state(m_selected).isInstalled()) {
         qCInfo(lcModels) << "the selected engine" << m_selected
                          << "is not installed; using the built-in engine";
@@ -179,6 +185,8 @@ void ModelStore::onDownloadFinished(const Engine &engine, ModelDownload *downloa
     // The engine may have been removed from the list while its download was ending.
     const bool known = this->engine(engine.id).has_value();
     if (!error) {
+        // The runtime may still hold the networks of the model this download replaced.
+        ParakeetRuntime::shared().unload();
         if (known) {
             refresh(engine);
             // A finished download selects its engine, even if the model turned out
@@ -204,10 +212,11 @@ void ModelStore::remove(const Engine &engine)
     if (m_selected == engine.id)
         setSelected(Engine::systemId);
     if (engine.source.isHub()) {
-        // The staging folder too, in case a download could not move it into place.
+        // A link in the folder's place goes itself, never what it points to; leftovers of an
+        // interrupted download go too.
         if (const std::optional<QString> folder = modelFolder(engine)) {
-            QDir(*folder).removeRecursively();
-            QDir(ModelFolders::stagingFolderOf(*folder)).removeRecursively();
+            ModelFolders::removeEntry(*folder);
+            ModelFolders::recover(*folder);
         }
     }
     if (engine.custom) {
@@ -284,7 +293,11 @@ void ModelStore::refresh(const Engine &engine)
         return;
     }
     const std::optional<QString> folder = modelFolder(engine);
-    const bool installed = folder && missingFiles(*folder).isEmpty();
+    // The models folder holds only what downloads put there: a link or a file in a hub
+    // engine's place is foreign and is not loaded, measured or counted as installed.
+    const bool installed = folder &&
+                           (!engine.source.isHub() || ModelFolders::isRealFolder(*folder)) &&
+                           missingFiles(*folder).isEmpty();
     setState(engine.id, installed ? ModelState::installed() : ModelState::notInstalled());
     removeSize(engine.id);
     if (installed)

@@ -9,14 +9,14 @@ using namespace vocari;
 
 namespace {
 
-HubItem file(const QString &path, qint64 size = 10)
+HubItem file(const QString &path, std::optional<qint64> size = 10)
 {
     return HubItem{QStringLiteral("file"), path, size};
 }
 
 HubItem directory(const QString &path)
 {
-    return HubItem{QStringLiteral("directory"), path, 0};
+    return HubItem{QStringLiteral("directory"), path, std::nullopt};
 }
 
 QStringList pathsOf(const DownloadPlan &plan)
@@ -47,14 +47,16 @@ std::optional<DownloadError> planError(const std::vector<HubItem> &items)
 
 TEST(HubListing, ParsesTheHubsTreeAndRefusesAnythingElse)
 {
+    // A large-file entry's size is that of its content, under "lfs", not that of its pointer.
     const auto items = HubListing::parse(
-        R"([{"type":"file","oid":"1","size":42,"path":"vocab.txt","lfs":{"size":42}},)"
+        R"([{"type":"file","oid":"1","size":134,"path":"model.onnx","lfs":{"size":4200}},)"
+        R"({"type":"file","size":42,"path":"vocab.txt"},)"
         R"({"type":"directory","oid":"2","path":"onnx"},)"
         R"({"type":"file","path":"README.md","size":null}])");
     ASSERT_TRUE(std::holds_alternative<std::vector<HubItem>>(items));
-    EXPECT_EQ(
-        std::get<std::vector<HubItem>>(items),
-        (std::vector<HubItem>{file("vocab.txt", 42), directory("onnx"), file("README.md", 0)}));
+    EXPECT_EQ(std::get<std::vector<HubItem>>(items),
+              (std::vector<HubItem>{file("model.onnx", 4200), file("vocab.txt", 42),
+                                    directory("onnx"), file("README.md", std::nullopt)}));
 
     // An absurd size is capped rather than overflowing the total.
     const auto huge = HubListing::parse(R"([{"type":"file","path":"x","size":1e300}])");
@@ -133,9 +135,9 @@ TEST(HubListing, FetchesTheFilesOfTheFirstCompleteLayoutInListingOrder)
 
     // Sizes the hub leaves out count as nothing.
     const DownloadPlan unsized =
-        planOf({file("nemo128.onnx", 0), file("encoder-model.int8.onnx", 0),
-                file("decoder_joint-model.int8.onnx", 0), file("vocab.txt", 0)});
-    EXPECT_EQ(unsized.totalBytes, 0);
+        planOf({file("nemo128.onnx", std::nullopt), file("encoder-model.int8.onnx", 3),
+                file("decoder_joint-model.int8.onnx", std::nullopt), file("vocab.txt", 0)});
+    EXPECT_EQ(unsized.totalBytes, 3);
 }
 
 TEST(HubListing, NamesWhatTheClosestLayoutLacks)

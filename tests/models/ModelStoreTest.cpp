@@ -12,6 +12,7 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QLockFile>
 #include <QRegularExpression>
 #include <gtest/gtest.h>
 
@@ -126,15 +127,9 @@ TEST_F(ModelStoreTest, StartsWithTheBuiltInsAndTheBuiltInEngineSelected)
     EXPECT_EQ(store.state("system"), ModelState::installed());
     EXPECT_EQ(store.state("parakeetRedux"), ModelState::notInstalled());
     EXPECT_EQ(store.state(kUltra), ModelState::notInstalled());
-    EXPECT_EQ(store.states().size(), 3);
-    EXPECT_TRUE(store.sizes().isEmpty());
-    EXPECT_TRUE(store.lastError().isEmpty());
-    EXPECT_TRUE(store.jobs().empty());
-    EXPECT_EQ(store.modelsRoot(), QDir::cleanPath(home.modelsRoot()));
     // The models folder is made by a download, not by looking.
     EXPECT_FALSE(QFileInfo::exists(home.modelsRoot()));
     EXPECT_EQ(store.modelFolder(ultra()), home.modelFolder(kUltra));
-    EXPECT_FALSE(store.modelFolder(Engine::defaultEngine()));
     EXPECT_TRUE(dynamic_cast<SystemTranscriber *>(store.makeTranscriber(false).get()));
 }
 
@@ -247,12 +242,8 @@ TEST_F(ModelStoreTest, AddHubChecksTheRepositoryThenRegistersAndDownloads)
     const Engine added = store.engines().back();
     EXPECT_TRUE(QRegularExpression("^custom-[0-9a-f]{8}$").match(added.id).hasMatch())
         << added.id.toStdString();
-    EXPECT_EQ(added.name, "b");
-    EXPECT_EQ(added.summary, "a/b");
-    EXPECT_EQ(added.sizeLabel, "Custom");
-    EXPECT_EQ(added.source, Engine::Source::hub("a/b"));
-    EXPECT_TRUE(added.custom);
-    EXPECT_FALSE(added.tags);
+    EXPECT_EQ(added,
+              (Engine{added.id, "b", "a/b", "Custom", Engine::Source::hub("a/b"), true, {}}));
     EXPECT_EQ(store.state(added.id), ModelState::downloading(0.0));
     EXPECT_EQ(store.selected(), "system");
     EXPECT_EQ(Engine::listFromJson(storedCustomEngines()), std::vector<Engine>{added});
@@ -342,8 +333,6 @@ TEST_F(ModelStoreTest, FollowsADownloadToTheEndAndIgnoresLateReports)
     download.report(0.25);
     EXPECT_EQ(store.state(kUltra), ModelState::downloading(0.25));
     EXPECT_EQ(seen.states, (QStringList{kUltra, kUltra})); // 0, then 0.25 once
-    // While it downloads, dictation uses the built-in engine.
-    EXPECT_TRUE(dynamic_cast<SystemTranscriber *>(store.makeTranscriber(false).get()));
 
     // The download ends but the folder is incomplete: selected anyway, not installed.
     download.end(std::nullopt);
@@ -401,29 +390,104 @@ TEST_F(ModelStoreTest, RemovingADownloadingEngineCancelsItQuietly)
     EXPECT_EQ(store.state("system"), ModelState::installed());
 }
 
-TEST_F(ModelStoreTest, RemovingAnInstalledDownloadDeletesItsFolder)
+TEST_F(ModelStoreTest, ARedownloadOfTheSelectedEngineDictatesWithTheBuiltInEngine)
 {
     test::writeFakeModel(ultraFolder());
     storeSetting(SettingsKey::engine, kUltra);
     ModelStore store(options());
-    ASSERT_TRUE(test::waitUntil([&] { return store.sizes().contains(kUltra); }));
-    StoreSignals seen(store);
-    test::writeFakeModel(ModelFolders::stagingFolderOf(ultraFolder()), {"left-behind.bin"});
+    ASSERT_TRUE(dynamic_cast<ParakeetTranscriber *>(store.makeTranscriber(false).get()));
 
+    // The folder is about to be replaced: the model in it is not to be loaded meanwhile.
+    store.install(ultra());
+    EXPECT_TRUE(dynamic_cast<SystemTranscriber *>(store.makeTranscriber(false).get()));
+    EXPECT_TRUE(dynamic_cast<SystemTranscriber *>(store.makeTranscriber(true).get()));
+
+    // A failed download left the old model in place: it is used again.
+    fakes.made[0].download->end(DownloadError::network("The download of vocab.txt timed out."));
+    EXPECT_EQ(store.selected(), kUltra);
+    EXPECT_TRUE(dynamic_cast<ParakeetTranscriber *>(store.makeTranscriber(false).get()));
+}
+
+TEST_F(ModelStoreTest, RemovingADownloadDeletesLinksAndFilesButNeverWhatALinkPointsTo)
+{
+    // A link in a hub engine's place is no download of the store's: not installed.
+    QTemporaryDir elsewhere;
+    test::writeFakeModel(elsewhere.path());
+    QDir().mkpath(home.modelsRoot());
+    ASSERT_TRUE(QFile::link(elsewhere.path(), ultraFolder()));
+    storeSetting(SettingsKey::engine, kUltra);
+    {
+        ModelStore store(options());
+        EXPECT_EQ(store.state(kUltra), ModelState::notInstalled());
+        EXPECT_EQ(store.selected(), "system");
+        store.remove(ultra());
+        EXPECT_FALSE(QFileInfo(ultraFolder()).isSymLink());
+        EXPECT_EQ(test::filesBelow(elsewhere.path()).size(), 4);
+    }
+
+    // A real model with a link inside it, and a plain file where the staging folder goes.
+    test::writeFakeModel(ultraFolder());
+    ASSERT_TRUE(QFile::link(elsewhere.path(), ultraFolder() + "/linked"));
+    test::writeFakeModel(home.modelsRoot(), {"parakeetUltra.partial"});
+    ModelStore store(options());
+    ASSERT_EQ(store.state(kUltra), ModelState::installed());
     store.remove(ultra());
-    EXPECT_FALSE(QFileInfo::exists(ultraFolder()));
-    EXPECT_FALSE(QFileInfo::exists(ModelFolders::stagingFolderOf(ultraFolder())));
     EXPECT_EQ(store.state(kUltra), ModelState::notInstalled());
     EXPECT_FALSE(store.sizes().contains(kUltra));
-    EXPECT_EQ(store.selected(), "system");
-    EXPECT_EQ(store.engines(), Engine::builtIn());
-    EXPECT_EQ(seen.selected, 1);
+    EXPECT_TRUE(
+        QDir(home.modelsRoot())
+            .isEmpty(QDir::AllEntries | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot));
+    EXPECT_EQ(test::filesBelow(elsewhere.path()).size(), 4);
+}
 
-    // Selecting the same engine again notifies nothing but still stores it.
-    storeSetting(SettingsKey::engine, QStringLiteral("elsewhere"));
-    store.setSelected(QStringLiteral("system"));
-    EXPECT_EQ(seen.selected, 1);
-    EXPECT_EQ(Preferences::engine(), "system");
+TEST_F(ModelStoreTest, AKilledReplaceLeavesACompleteModelAtEveryStep)
+{
+    const QString staging = ModelFolders::stagingFolderOf(ultraFolder());
+    const QString aside = ultraFolder() + ".old-0123abcd";
+    const auto start = [&] {
+        ModelStore store(options());
+        return store.state(kUltra);
+    };
+    const auto leftOver = [&] {
+        return QDir(home.modelsRoot()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot);
+    };
+    const QStringList oldModel = test::communityInt8Files();
+    const QStringList newModel = oldModel + QStringList{"new.bin"};
+
+    // Killed while the new files were still coming in.
+    test::writeFakeModel(ultraFolder(), oldModel);
+    test::writeFakeModel(staging, {"nemo128.onnx"});
+    EXPECT_EQ(start(), ModelState::installed());
+    EXPECT_EQ(leftOver(), QStringList{kUltra});
+
+    // Killed after the old model went aside, before the new one moved in: the old one returns.
+    QDir().rename(ultraFolder(), aside);
+    test::writeFakeModel(staging, newModel);
+    EXPECT_EQ(start(), ModelState::installed());
+    EXPECT_EQ(leftOver(), QStringList{kUltra});
+    EXPECT_FALSE(QFileInfo::exists(ultraFolder() + "/new.bin"));
+
+    // Killed after the new one moved in, before the old one was deleted, or while it was.
+    test::writeFakeModel(aside, {"vocab.txt"});
+    test::writeFakeModel(ultraFolder(), newModel);
+    EXPECT_EQ(start(), ModelState::installed());
+    EXPECT_EQ(leftOver(), QStringList{kUltra});
+    EXPECT_TRUE(QFileInfo::exists(ultraFolder() + "/new.bin"));
+
+    // While another program's download holds the lock, its staging folder is left alone.
+    test::writeFakeModel(staging, {"theirs.bin"});
+    QLockFile other(ModelFolders::lockFileOf(ultraFolder()));
+    ASSERT_TRUE(other.tryLock(0));
+    start();
+    EXPECT_TRUE(QFileInfo::exists(staging + "/theirs.bin"));
+    other.unlock();
+    start();
+    EXPECT_FALSE(QFileInfo::exists(staging));
+
+    // A replacement that cannot be moved in leaves the old model where it was.
+    EXPECT_FALSE(ModelFolders::replaceFolder(ultraFolder(), staging));
+    EXPECT_EQ(leftOver(), QStringList{kUltra});
+    EXPECT_TRUE(ModelFolders::missingFiles(ultraFolder()).isEmpty());
 }
 
 // The store against the test hub: the real download, end to end.

@@ -462,15 +462,20 @@ def community_folder(out, name, token_scores=None):
 
 def sentence_plan():
     """Tones of 0.2 s with 0.1 s gaps, alternately low and high; 1.5 s of silence between the
-    phrases."""
+    phrases. Each phrase's span runs from its first tone to the end of the gap after its last."""
     segments = [{"silence": 0.5}]
+    spans = []
+    start = 0.5
     for index, phrase in enumerate(PHRASES):
         if index:
             segments.append({"silence": 1.5})
+            start += 1.5
         for position, token in enumerate(phrase):
             channel = token + len(PIECES) * (position % 2)
             segments.append({"tone": tone_of(channel), "seconds": 0.2})
             segments.append({"silence": 0.1})
+        spans.append([round(start, 3), round(start + 0.3 * len(phrase), 3)])
+        start = spans[-1][1]
     segments.append({"silence": 0.8})
     texts = []
     for phrase in PHRASES:
@@ -481,6 +486,7 @@ def sentence_plan():
         "amplitude": AMPLITUDE,
         "segments": segments,
         "phrases": texts,
+        "phraseSpans": spans,
         "text": " ".join(texts),
         "repeatPiece": PIECES[REPEAT_TOKEN],
         "hop": HOP,

@@ -1,12 +1,15 @@
 #include "ParakeetFixtures.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
+#include <QThread>
 #include <cmath>
+#include <mutex>
 #include <numbers>
 #include <stdexcept>
 
@@ -26,20 +29,20 @@ const ToneSentence &ToneSentence::load()
             throw std::runtime_error("the fixture sentence.json is missing");
         const QJsonObject plan = QJsonDocument::fromJson(file.readAll()).object();
         ToneSentence s;
-        for (const auto &phrase : plan[QLatin1String("phrases")].toArray())
+        for (const auto &phrase : plan["phrases"].toArray())
             s.phrases << phrase.toString();
-        s.text = plan[QLatin1String("text")].toString();
-        s.repeatPiece = plan[QLatin1String("repeatPiece")].toString();
-        s.hop = plan[QLatin1String("hop")].toInt();
-        s.subsampling = plan[QLatin1String("subsampling")].toInt();
-        s.m_amplitude = plan[QLatin1String("amplitude")].toDouble();
-        for (const auto &value : plan[QLatin1String("segments")].toArray()) {
-            const QJsonObject segment = value.toObject();
-            if (segment.contains(QLatin1String("silence")))
-                s.m_segments.push_back({0, segment[QLatin1String("silence")].toDouble()});
-            else
-                s.m_segments.push_back({segment[QLatin1String("tone")].toDouble(),
-                                        segment[QLatin1String("seconds")].toDouble()});
+        s.text = plan["text"].toString();
+        s.repeatPiece = plan["repeatPiece"].toString();
+        s.hop = plan["hop"].toInt();
+        s.subsampling = plan["subsampling"].toInt();
+        s.m_amplitude = plan["amplitude"].toDouble();
+        for (const auto &span : plan["phraseSpans"].toArray())
+            s.m_spans.emplace_back(span.toArray()[0].toDouble(), span.toArray()[1].toDouble());
+        for (const auto &value : plan["segments"].toArray()) {
+            const QJsonObject segment = value.toObject(); // silence has no tone
+            s.m_segments.push_back(
+                {segment["tone"].toDouble(),
+                 segment[segment.contains("tone") ? "seconds" : "silence"].toDouble()});
         }
         return s;
     }();
@@ -64,23 +67,10 @@ std::vector<float> ToneSentence::samples(double rate) const
 
 std::vector<float> ToneSentence::phrase(int index) const
 {
-    // Phrases are the runs of tones between silences of a second or more.
-    std::vector<std::vector<Segment>> runs(1);
-    for (const Segment &segment : m_segments) {
-        if (segment.frequency == 0 && segment.seconds >= 1.0) {
-            if (!runs.back().empty())
-                runs.emplace_back();
-            continue;
-        }
-        if (segment.frequency != 0 || !runs.back().empty())
-            runs.back().push_back(segment);
-    }
-    ToneSentence part = *this;
-    part.m_segments = {{0, 0.3}};
-    for (const Segment &segment : runs.at(size_t(index)))
-        part.m_segments.push_back(segment);
-    part.m_segments.push_back({0, 0.3});
-    return part.samples();
+    const auto [start, end] = m_spans.at(size_t(index));
+    const auto at = [](double seconds) { return std::ptrdiff_t(std::lround(seconds * 16000)); };
+    const std::vector<float> all = samples();
+    return {all.begin() + at(start - 0.3), all.begin() + at(end + 0.3)};
 }
 
 ModelCopy::ModelCopy(const QString &fixture)
@@ -120,70 +110,45 @@ void ModelCopy::rename(const QString &from, const QString &to) const
     QFile::rename(file(from), file(to));
 }
 
-} // namespace vocari::test
-
-#include <QCoreApplication>
-#include <QThread>
-
-namespace vocari::test {
-
 namespace {
 
-struct CaptureState
-{
-    std::mutex lock;
-    QByteArray category;
-    QStringList lines;
-    QtMessageHandler previous = nullptr;
-};
+std::mutex captureLock;
+QByteArray capturedCategory;
+QStringList captured;
+QtMessageHandler previousHandler = nullptr;
 
-CaptureState &captureState()
+void capture(QtMsgType type, const QMessageLogContext &context, const QString &message)
 {
-    static CaptureState state;
-    return state;
+    {
+        std::lock_guard lock(captureLock);
+        if (type == QtInfoMsg && context.category && capturedCategory == context.category)
+            captured << message;
+    }
+    if (previousHandler)
+        previousHandler(type, context, message);
 }
 
 } // namespace
 
 LogCapture::LogCapture(const char *category)
 {
-    auto &state = captureState();
-    std::lock_guard lock(state.lock);
-    state.category = category;
-    state.lines.clear();
-    state.previous = qInstallMessageHandler(&LogCapture::handle);
+    {
+        std::lock_guard lock(captureLock);
+        capturedCategory = category;
+        captured.clear();
+    }
+    previousHandler = qInstallMessageHandler(&capture);
 }
 
 LogCapture::~LogCapture()
 {
-    auto &state = captureState();
-    QtMessageHandler previous;
-    {
-        std::lock_guard lock(state.lock);
-        previous = state.previous;
-    }
-    qInstallMessageHandler(previous);
+    qInstallMessageHandler(previousHandler);
 }
 
 QStringList LogCapture::lines() const
 {
-    auto &state = captureState();
-    std::lock_guard lock(state.lock);
-    return state.lines;
-}
-
-void LogCapture::handle(QtMsgType type, const QMessageLogContext &context, const QString &message)
-{
-    auto &state = captureState();
-    QtMessageHandler previous;
-    {
-        std::lock_guard lock(state.lock);
-        if (context.category && state.category == context.category && type == QtInfoMsg)
-            state.lines << message;
-        previous = state.previous;
-    }
-    if (previous)
-        previous(type, context, message);
+    std::lock_guard lock(captureLock);
+    return captured;
 }
 
 bool eventually(const std::function<bool()> &condition, int seconds)

@@ -3,6 +3,7 @@
 #include <QString>
 #include <QStringList>
 #include <functional>
+#include <utility>
 #include <vector>
 
 namespace vocari::test {
@@ -33,6 +34,7 @@ private:
         double seconds = 0;
     };
     std::vector<Segment> m_segments;
+    std::vector<std::pair<double, double>> m_spans; // each phrase's tones, in seconds
     double m_amplitude = 0;
 };
 
@@ -52,23 +54,13 @@ private:
     QString m_path;
 };
 
-} // namespace vocari::test
-
-#include <QtMessageHandler>
-#include <mutex>
-
-namespace vocari::test {
-
-// Collects the messages of one logging category while it exists.
+// Collects the info messages of one logging category while it exists.
 class LogCapture
 {
 public:
     explicit LogCapture(const char *category);
     ~LogCapture();
     QStringList lines() const;
-
-private:
-    static void handle(QtMsgType type, const QMessageLogContext &context, const QString &message);
 };
 
 // Waits (a bounded number of seconds, never asserting on time) until condition holds.

@@ -51,72 +51,51 @@ TEST(TranscribeTool, PrintsTheTextOfEachFilePhraseByPhrase)
         EXPECT_TRUE(run.errorLines.isEmpty()) << run.errorLines.join("\n").toStdString();
     }
 
+    // The report gives the text of the file and of each phrase.
     const ToolRun json = transcribe({"--json", "--model", fixturePath("split"), wav});
     ASSERT_EQ(json.exitCode, 0);
-    const QJsonObject report = QJsonDocument::fromJson(json.out.toUtf8()).object();
-    EXPECT_EQ(report["engine"].toString(), "parakeet");
-    EXPECT_GE(report["loadSeconds"].toDouble(-1), 0);
-    EXPECT_GT(report["realTimeFactor"].toDouble(), 0);
-    const QJsonArray files = report["files"].toArray();
-    ASSERT_EQ(files.size(), 1);
-    const QJsonObject file = files[0].toObject();
+    const QJsonObject file =
+        QJsonDocument::fromJson(json.out.toUtf8()).object()["files"].toArray()[0].toObject();
     EXPECT_EQ(file["text"].toString(), sentence.text);
     EXPECT_NEAR(file["audioSeconds"].toDouble(), 5.8, 0.01);
     const QJsonArray phrases = file["phrases"].toArray();
     ASSERT_EQ(phrases.size(), 2);
-    double phraseAudio = 0;
-    for (int i = 0; i < 2; ++i) {
-        const QJsonObject phrase = phrases[i].toObject();
-        EXPECT_EQ(phrase["text"].toString(), sentence.phrases[i]);
-        EXPECT_GT(phrase["inferenceSeconds"].toDouble(), 0);
-        phraseAudio += phrase["audioSeconds"].toDouble();
-    }
-    EXPECT_GT(phraseAudio, 3.0);
-    EXPECT_LT(phraseAudio, file["audioSeconds"].toDouble());
-    EXPECT_NEAR(report["audioSeconds"].toDouble(), file["audioSeconds"].toDouble(), 1e-9);
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(phrases[i].toObject()["text"].toString(), sentence.phrases[i]);
 }
 
 TEST(TranscribeTool, BadInputIsAOneLineErrorAndAFailingExit)
 {
     const QString model = fixturePath("split");
     const QString wav = fixturePath("sentence.wav");
+    // Runs the tool expecting exit status 1 and one error line ending with ending; its output.
+    const auto fails = [](const QStringList &arguments, const QString &ending) {
+        const ToolRun run = transcribe(arguments);
+        EXPECT_EQ(run.exitCode, 1) << ending.toStdString();
+        EXPECT_EQ(run.errorLines.size(), 1) << run.errorLines.join("\n").toStdString();
+        const QString line = run.errorLines.value(0);
+        EXPECT_TRUE(line.startsWith("vocari-transcribe: ") && line.endsWith(ending))
+            << line.toStdString();
+        return run.out;
+    };
 
-    ToolRun run = transcribe({"--model", model, fixturePath("no-such.wav")});
-    EXPECT_EQ(run.exitCode, 1);
-    ASSERT_EQ(run.errorLines.size(), 1);
-    EXPECT_TRUE(run.errorLines[0].startsWith("vocari-transcribe: "))
-        << run.errorLines[0].toStdString();
-    EXPECT_TRUE(run.errorLines[0].contains("no-such.wav"));
-
+    fails({"--model", model, fixturePath("no-such.wav")}, "no-such.wav: No such file or directory");
     // A file that is not WAV fails on its own; the good one beside it is still transcribed.
-    run = transcribe({"--model", model, fixturePath("not-a-wav.wav"), wav});
-    EXPECT_EQ(run.exitCode, 1);
-    ASSERT_EQ(run.errorLines.size(), 1);
-    EXPECT_TRUE(run.errorLines[0].contains("not-a-wav.wav"));
-    EXPECT_EQ(run.out, ToneSentence::load().text + "\n");
-
-    run = transcribe({"--model", fixturePath("missing-output"), wav});
-    EXPECT_EQ(run.exitCode, 1);
-    EXPECT_EQ(run.errorLines, QStringList({"vocari-transcribe: Decoder.onnx has no output "
-                                           "\"c_out\" (its outputs: \"decoder\", \"h_out\")."}));
-    EXPECT_TRUE(run.out.isEmpty());
-
-    run = transcribe({"--model", fixturePath("no-such-model"), wav});
-    EXPECT_EQ(run.exitCode, 1);
-    ASSERT_EQ(run.errorLines.size(), 1);
-    EXPECT_TRUE(run.errorLines[0].endsWith("does not exist."));
-
+    EXPECT_EQ(fails({"--model", model, fixturePath("not-a-wav.wav"), wav},
+                    "not-a-wav.wav is not a WAV file."),
+              ToneSentence::load().text + "\n");
+    EXPECT_EQ(
+        fails({"--model", fixturePath("missing-output"), wav},
+              ": Decoder.onnx has no output \"c_out\" (its outputs: \"decoder\", \"h_out\")."),
+        "");
+    fails({"--model", fixturePath("no-such-model"), wav}, "no-such-model does not exist.");
     // A model that loads but answers nonsense: the phrases fail, named by the file.
-    run = transcribe({"--model", fixturePath("empty-token"), wav});
-    EXPECT_EQ(run.exitCode, 1);
-    EXPECT_EQ(run.errorLines, QStringList({"vocari-transcribe: sentence.wav: The speech model "
-                                           "returned an unexpected result."}));
-
+    fails({"--model", fixturePath("empty-token"), wav},
+          ": sentence.wav: The speech model returned an unexpected result.");
     // The built-in engine refuses a language it has no model for.
-    run = transcribe({"--engine", "system", "--language", "ja-JP", wav});
-    EXPECT_EQ(run.exitCode, 1);
-    EXPECT_EQ(run.errorLines, QStringList({"vocari-transcribe: Speech recognition is unavailable "
-                                           "for this language."}));
+    fails({"--engine", "system", "--language", "ja-JP", wav},
+          ": Speech recognition is unavailable for this language.");
+
     EXPECT_EQ(transcribe({"--model", model}).exitCode, 2);
     EXPECT_EQ(transcribe({wav}).exitCode, 2);
     EXPECT_EQ(transcribe({"--engine", "whisper", wav}).exitCode, 2);

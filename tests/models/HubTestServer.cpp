@@ -12,28 +12,6 @@
 
 namespace vocari::test {
 
-namespace {
-
-QByteArray reasonOf(int status)
-{
-    switch (status) {
-    case 200:
-        return "OK";
-    case 302:
-        return "Found";
-    case 404:
-        return "Not Found";
-    case 431:
-        return "Request Header Fields Too Large";
-    case 500:
-        return "Internal Server Error";
-    default:
-        return "Status";
-    }
-}
-
-} // namespace
-
 HubTestServer::HubTestServer(QObject *parent) : QObject(parent)
 {
     connect(&m_server, &QTcpServer::newConnection, this, &HubTestServer::onNewConnection);
@@ -46,7 +24,6 @@ HubTestServer::~HubTestServer()
 
 bool HubTestServer::start()
 {
-    m_server.setMaxPendingConnections(kMaxConnections);
     return m_server.listen(QHostAddress::LocalHost, 0);
 }
 
@@ -127,11 +104,6 @@ int HubTestServer::requestCount(const QString &decodedPath) const
 void HubTestServer::onNewConnection()
 {
     while (QTcpSocket *socket = m_server.nextPendingConnection()) {
-        if (m_connections.size() >= kMaxConnections) {
-            socket->abort();
-            socket->deleteLater();
-            continue;
-        }
         m_connections[socket] = Connection{socket, {}, false};
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] { onReadyRead(socket); });
         connect(socket, &QTcpSocket::disconnected, this, [this, socket] {
@@ -159,13 +131,8 @@ void HubTestServer::onReadyRead(QTcpSocket *socket)
     Connection &connection = it->second;
     connection.buffer += socket->readAll();
     const qsizetype end = connection.buffer.indexOf("\r\n\r\n");
-    if (end < 0) {
-        if (connection.buffer.size() > kMaxRequestBytes) {
-            connection.answered = true;
-            respond(socket, 431, {});
-        }
+    if (end < 0)
         return;
-    }
     connection.answered = true;
     handle(socket, connection.buffer.left(end));
 }
@@ -327,7 +294,7 @@ void HubTestServer::sendBody(QTcpSocket *socket, const QString &path, const File
 void HubTestServer::respond(QTcpSocket *socket, int status, const QByteArray &body,
                             const QByteArray &extraHeaders)
 {
-    QByteArray answer = "HTTP/1.1 " + QByteArray::number(status) + ' ' + reasonOf(status) +
+    QByteArray answer = "HTTP/1.1 " + QByteArray::number(status) + " Status" +
                         "\r\nContent-Length: " + QByteArray::number(body.size()) +
                         "\r\nConnection: close\r\n" + extraHeaders + "\r\n" + body;
     socket->write(answer);

@@ -15,10 +15,9 @@ class QTcpSocket;
 
 namespace vocari::test {
 
-// A small model hub on the loopback interface, for the download tests: it answers the hub's
-// listing and file requests for the repositories it is given, and can misbehave on request
-// (error statuses, redirects, transient failures, stalls, truncated bodies). One request per
-// connection; connections, request sizes and bodies are bounded.
+// A small model hub on the loopback interface for the download tests: it answers listing and
+// file requests for the repositories it is given, and misbehaves on request. One request per
+// connection.
 class HubTestServer : public QObject
 {
     Q_OBJECT
@@ -27,42 +26,39 @@ public:
     struct File
     {
         QByteArray body;
-        // The size the listing announces: the body's size by default, none to leave it out.
-        std::optional<qint64> listedSize;
-        bool useBodySize = true;
-        int status = 200;                 // a status other than 200 is answered on every request
+        bool useBodySize = true;          // the listing gives the body's size, else listedSize
+        std::optional<qint64> listedSize; // (none: no size)
+        int status = 200;                 // a status other than 200 is answered every time
         int failuresBeforeSuccess = 0;    // the first requests answer 500
         int truncationsBeforeSuccess = 0; // the next ones send half the body and close
         bool redirect = false;            // answer 302 to a second address that serves the body
         QString redirectTo;               // an absolute address to redirect to instead
         bool truncate = false;            // announce the whole body, send half, close
         bool stall = false;               // send half, then nothing until the client gives up
-        bool gate = false;                // hold the answer until gateSize requests are waiting
+        bool gate = false;                // hold the answer, see setGate()
     };
 
     struct Repository
     {
         int listingStatus = 200;
-        std::optional<QByteArray> rawListing; // sent as it is instead of the generated one
-        // Listing entries in order: files (served from files) and directories.
+        std::optional<QByteArray> rawListing; // sent instead of the generated one
         struct Entry
         {
             QString type;
             QString path;
         };
-        std::vector<Entry> entries;
+        std::vector<Entry> entries; // the listing, in order
         QHash<QString, File> files;
     };
 
-    // One request as it arrived.
     struct Request
     {
         QByteArray target;        // as sent, percent-encoding included
         QString path;             // decoded, without the query
-        QByteArray authorization; // the Authorization header, empty when absent
+        QByteArray authorization; // empty when absent
     };
 
-    // What the server saw of one file answer, for checking the order of transfers.
+    // A file answer starting or ending, for checking the order of transfers.
     struct FileEvent
     {
         enum Kind
@@ -82,15 +78,14 @@ public:
     QString address() const; // http://127.0.0.1:<port>
 
     Repository &repository(const QString &name) { return m_repositories[name]; }
-    // Adds a file to a repository's listing and serves it.
     void addFile(const QString &repo, const QString &path, const File &file);
     void addFile(const QString &repo, const QString &path, const QByteArray &body);
     void addDirectory(const QString &repo, const QString &path);
     // Serves every file under folder as the repository, each through a redirect.
     void addFolder(const QString &repo, const QString &folder);
 
-    // Answers held by File::gate go out together once count are waiting, or releaseAfterMs
-    // after the first one came in, whichever is first; later ones go out at once.
+    // Gated answers go out together once count are waiting, or releaseAfterMs after the first
+    // came in; later ones go out at once.
     void setGate(int count, int releaseAfterMs)
     {
         m_gateSize = count;
@@ -104,9 +99,6 @@ public:
     int maxConcurrentFiles() const { return m_maxConcurrent; }
 
 private:
-    static constexpr int kMaxConnections = 32;
-    static constexpr qsizetype kMaxRequestBytes = 16 * 1024;
-
     struct Connection
     {
         QPointer<QTcpSocket> socket;

@@ -79,7 +79,8 @@ bool SphinxDecoder::knowsWord(const QString &word) const
 
 bool SphinxDecoder::startUtterance()
 {
-    return ps_start_utt(m_decoder) >= 0;
+    m_inUtterance = ps_start_utt(m_decoder) >= 0;
+    return m_inUtterance;
 }
 
 bool SphinxDecoder::process(std::span<const int16_t> samples)
@@ -102,7 +103,13 @@ QString SphinxDecoder::hypothesis() const
 
 bool SphinxDecoder::endUtterance()
 {
+    m_inUtterance = false;
     return ps_end_utt(m_decoder) >= 0;
+}
+
+bool SphinxDecoder::endOpenUtterance()
+{
+    return !m_inUtterance || endUtterance();
 }
 
 } // namespace vocari

@@ -38,11 +38,15 @@ public:
     // separated by single spaces; empty when none.
     QString hypothesis() const;
     bool endUtterance();
+    // Ends an utterance left open (by a dictation that was cancelled), so that the next one
+    // starts afresh; false when the decoder fails to end it.
+    bool endOpenUtterance();
 
 private:
     explicit SphinxDecoder(ps_decoder_s *decoder);
 
     ps_decoder_s *m_decoder;
+    bool m_inUtterance = false;
 };
 
 } // namespace vocari

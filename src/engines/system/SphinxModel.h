@@ -12,6 +12,8 @@ struct SphinxModel
     QString acousticModel; // folder with mdef, means, variances, …
     QString languageModel; // n-gram model (.lm.bin, .lm.dmp or ARPA .lm)
     QString dictionary;    // pronunciation dictionary (.dict or .dic)
+
+    bool operator==(const SphinxModel &) const = default;
 };
 
 // Finds the PocketSphinx model for a recognition language. A model lives in a folder named

@@ -16,8 +16,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Loading the English model takes about half a second on a warm disk cache; a status line is
-// only worth showing when it takes longer than that.
+// Loading the English model takes about half a second on a warm disk cache (a cached decoder
+// none at all); a status line is only worth showing when it takes longer than that.
 constexpr auto kSlowLoad = 500ms;
 // The decoder is fed at most this many samples (0.1 s) at a time, so partial text stays live
 // and a cancel is noticed quickly even when a large block was queued at once.
@@ -29,10 +29,11 @@ struct LoadedDecoder
     QString error;
 };
 
-LoadedDecoder loadDecoder(const SphinxModel &model, const QStringList &vocabulary)
+LoadedDecoder loadDecoder(const std::shared_ptr<SphinxDecoderCache> &decoders,
+                          const SphinxModel &model, const QStringList &vocabulary)
 {
     QString error;
-    std::shared_ptr<SphinxDecoder> decoder = SphinxDecoder::load(model, &error);
+    std::shared_ptr<SphinxDecoder> decoder = decoders->acquire(model, &error);
     if (!decoder)
         return {nullptr, error};
     QStringList unknown;
@@ -56,9 +57,11 @@ int16_t toSample(float value)
 
 } // namespace
 
-SystemTranscriber::SystemTranscriber(QString locale, QStringList vocabulary, QStringList modelRoots)
+SystemTranscriber::SystemTranscriber(QString locale, QStringList vocabulary, QStringList modelRoots,
+                                     std::shared_ptr<SphinxDecoderCache> decoders)
     : m_locale(std::move(locale)), m_vocabulary(std::move(vocabulary)),
-      m_modelRoots(std::move(modelRoots)), m_spelling(m_vocabulary),
+      m_modelRoots(std::move(modelRoots)), m_decoders(std::move(decoders)),
+      m_spelling(m_vocabulary),
       m_results([this](const QString &text) { m_gate.run([&] { deliverText(text); }); },
                 [this](const QString &text) { m_gate.run([&] { deliverCommit(text); }); })
 {
@@ -100,7 +103,8 @@ QCoro::Task<> SystemTranscriber::prepare()
     slowLoad.start(kSlowLoad);
     // The future gets a statement of its own: GCC 12 miscompiles lambdas inside a co_await
     // operand (a captured copy was destroyed twice).
-    QFuture<LoadedDecoder> loading = QtConcurrent::run(loadDecoder, *model, m_vocabulary);
+    QFuture<LoadedDecoder> loading =
+        QtConcurrent::run(loadDecoder, m_decoders, *model, m_vocabulary);
     const LoadedDecoder loaded = co_await loading;
     if (!*alive)
         co_return;

@@ -5,6 +5,7 @@
 #include "engines/system/DeliveryGate.h"
 #include "engines/system/ResultRelay.h"
 #include "engines/system/SampleQueue.h"
+#include "engines/system/SphinxDecoderCache.h"
 #include "engines/system/SphinxModel.h"
 #include "engines/system/VocabularySpelling.h"
 
@@ -32,13 +33,17 @@ class SphinxDecoder;
 // "New York"); a term with a word the dictionary lacks cannot be recognised and is ignored
 // (the debug log names such words).
 //
+// The decoder comes from a process-wide cache, so only the first dictation in a language (or
+// the first after an hour's pause) waits for the model to load.
+//
 // The transcriber must outlive the tasks returned by prepare() and finish(), and must not be
 // destroyed from inside one of its own callbacks.
 class SystemTranscriber final : public Transcriber
 {
 public:
     SystemTranscriber(QString locale, QStringList vocabulary,
-                      QStringList modelRoots = SphinxModelFinder::defaultRoots());
+                      QStringList modelRoots = SphinxModelFinder::defaultRoots(),
+                      std::shared_ptr<SphinxDecoderCache> decoders = SphinxDecoderCache::shared());
     ~SystemTranscriber() override;
 
     std::optional<QString> failure() const override;
@@ -57,6 +62,7 @@ private:
     const QString m_locale;
     const QStringList m_vocabulary;
     const QStringList m_modelRoots;
+    const std::shared_ptr<SphinxDecoderCache> m_decoders;
     const VocabularySpelling m_spelling;
 
     PCMConverter m_converter{kEngineFormat}; // used by feed() only

@@ -1,6 +1,7 @@
 #include "engines/system/SystemTranscriber.h"
 
 #include "engines/WavFile.h"
+#include "engines/system/SphinxDecoder.h"
 
 #include <QCoro/QCoroTask>
 #include <QDir>
@@ -32,23 +33,20 @@ bool runTool(const char *program, const QStringList &arguments)
     for (const QString &argument : arguments)
         storage.push_back(argument.toLocal8Bit());
     std::vector<char *> argv;
-    argv.reserve(storage.size() + 1);
     for (QByteArray &argument : storage)
         argv.push_back(argument.data());
     argv.push_back(nullptr);
-
     const pid_t child = fork();
     if (child == 0) {
         execvp(program, argv.data());
         _exit(127);
     }
     int status = 0;
-    if (child < 0 || waitpid(child, &status, 0) != child || !WIFEXITED(status) ||
-        WEXITSTATUS(status) != 0) {
+    const bool ran = child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) &&
+                     WEXITSTATUS(status) == 0;
+    if (!ran)
         ADD_FAILURE() << program << " failed (status " << status << ")";
-        return false;
-    }
-    return true;
+    return ran;
 }
 
 // Speech made on the spot: espeak-ng reads the SSML text, sox brings it to the rate and
@@ -60,12 +58,10 @@ std::optional<WavAudio> speak(const QString &ssml, AudioFormat format,
     const QString voice = dir.filePath(QStringLiteral("voice.wav"));
     const QString shaped = dir.filePath(QStringLiteral("shaped.wav"));
     if (!runTool("espeak-ng", {"-m", "-v", "en-us+m1", "-s", "130", "-w", voice,
-                               QStringLiteral("<speak>%1</speak>").arg(ssml)}))
-        return std::nullopt;
-    QStringList soxArguments{
-        voice, "-r", QString::number(format.sampleRate), "-c", QString::number(format.channels),
-        shaped};
-    if (!runTool("sox", soxArguments + effects))
+                               QStringLiteral("<speak>%1</speak>").arg(ssml)}) ||
+        !runTool("sox", QStringList{voice, "-r", QString::number(format.sampleRate), "-c",
+                                    QString::number(format.channels), shaped} +
+                            effects))
         return std::nullopt;
     QString error;
     auto audio = WavFile::read(shaped, &error);
@@ -73,6 +69,78 @@ std::optional<WavAudio> speak(const QString &ssml, AudioFormat format,
         ADD_FAILURE() << qPrintable(error);
     return audio;
 }
+
+// Debian's English model under another language's folder in root, optionally with a language
+// model that is not one.
+void linkEnglishModel(const QString &root, const QString &code, bool brokenLanguageModel = false)
+{
+    const QString debian = QStringLiteral("/usr/share/pocketsphinx/model/en-us/");
+    const QDir model(QDir(root).filePath(code));
+    ASSERT_TRUE(QDir().mkpath(model.path()));
+    ASSERT_TRUE(QFile::link(debian + "en-us", model.filePath(code)));
+    ASSERT_TRUE(QFile::link(debian + "cmudict-en-us.dict", model.filePath("cmudict.dict")));
+    const QString lm = model.filePath(code + ".lm.bin");
+    if (!brokenLanguageModel) {
+        ASSERT_TRUE(QFile::link(debian + "en-us.lm.bin", lm));
+        return;
+    }
+    QFile file(lm);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write("not a language model");
+}
+
+// An idle timer that fires only when the test says so.
+class ManualTimer final : public IdleTimer
+{
+public:
+    void start(std::chrono::milliseconds delay, Callback callback) override
+    {
+        std::lock_guard lock(m_lock);
+        m_delay = delay;
+        m_callback = std::move(callback);
+    }
+    void stop() override
+    {
+        std::lock_guard lock(m_lock);
+        m_callback = nullptr;
+    }
+    std::optional<std::chrono::milliseconds> pending() const
+    {
+        std::lock_guard lock(m_lock);
+        return m_callback ? std::optional(m_delay) : std::nullopt;
+    }
+    // Calls what was last started, even if stopped since: a call already under way when the
+    // timer was stopped.
+    void fire(Callback callback = nullptr)
+    {
+        {
+            std::lock_guard lock(m_lock);
+            if (!callback)
+                callback = std::exchange(m_callback, nullptr);
+        }
+        if (callback)
+            callback();
+    }
+    Callback current() const
+    {
+        std::lock_guard lock(m_lock);
+        return m_callback;
+    }
+
+private:
+    mutable std::mutex m_lock;
+    std::chrono::milliseconds m_delay{};
+    Callback m_callback;
+};
+
+// A cache of its own with a timer that the test fires, and no memory-pressure monitor.
+struct TestCache
+{
+    ManualTimer *timer = new ManualTimer;
+    std::shared_ptr<SphinxDecoderCache> decoders = SphinxDecoderCache::create(
+        {std::chrono::hours(1), false, std::unique_ptr<IdleTimer>(timer)});
+    int loads() const { return decoders->status().loads; }
+};
 
 // A second of silence after the last word, so that the decoder sees the utterance end.
 const QStringList kTrailingSilence{"pad", "0", "1"};
@@ -216,18 +284,19 @@ TEST(SystemTranscriber, ShowsProvisionalTextThenCommitsEachPhrase)
     EXPECT_FALSE(text.contains(QLatin1String("extra cheese"))) << qPrintable(text);
 }
 
-TEST(SystemTranscriber, AcceptsAnyCaptureFormat)
+TEST(SystemTranscriber, AcceptsAnyCaptureFormatAndReusesTheLoadedModel)
 {
     struct Case
     {
         AudioFormat format;
         uint32_t framesPerBuffer;
     };
+    TestCache cache;
     for (const Case c : {Case{{44100, 2}, 4410}, Case{{22050, 1}, 1000}, Case{{48000, 1}, 480}}) {
         const auto audio = speak(kOrder, c.format, kTrailingSilence);
         ASSERT_TRUE(audio);
-        ASSERT_EQ(audio->format, c.format);
-        SystemTranscriber transcriber(QStringLiteral("en-GB"), {});
+        SystemTranscriber transcriber(QStringLiteral("en-GB"), {},
+                                      SphinxModelFinder::defaultRoots(), cache.decoders);
         Recorder recorder;
         recorder.attach(transcriber);
         ASSERT_EQ(prepareError(transcriber), std::nullopt);
@@ -237,6 +306,10 @@ TEST(SystemTranscriber, AcceptsAnyCaptureFormat)
             << c.format.sampleRate << " Hz: " << qPrintable(text);
         EXPECT_FALSE(recorder.texts(Recorder::Commit).isEmpty()) << c.format.sampleRate;
     }
+    // One dictation after the other, the decoder was loaded once; it waits for the next one
+    // for an hour.
+    EXPECT_EQ(cache.loads(), 1);
+    EXPECT_EQ(cache.timer->pending(), std::chrono::hours(1));
 }
 
 TEST(SystemTranscriber, FinishFinalisesWhatIsStillBeingSaid)
@@ -275,7 +348,13 @@ TEST(SystemTranscriber, CancelDeliversNothingFurther)
     ASSERT_TRUE(audio);
 
     // Cancelled from outside while the decoder still has most of the audio ahead of it.
-    auto transcriber = std::make_unique<SystemTranscriber>(QStringLiteral("en-US"), QStringList());
+    TestCache cache;
+    const auto make = [&] {
+        return std::make_unique<SystemTranscriber>(QStringLiteral("en-US"), QStringList(),
+                                                   SphinxModelFinder::defaultRoots(),
+                                                   cache.decoders);
+    };
+    auto transcriber = make();
     Recorder recorder;
     recorder.attach(*transcriber);
     ASSERT_EQ(prepareError(*transcriber), std::nullopt);
@@ -289,9 +368,9 @@ TEST(SystemTranscriber, CancelDeliversNothingFurther)
     EXPECT_EQ(recorder.events().size(), deliveredBeforeCancel);
     EXPECT_TRUE(recorder.texts(Recorder::Commit).isEmpty());
 
-    // Cancelled from inside its own first callback, on the decoding thread.
-    auto selfCancelled =
-        std::make_unique<SystemTranscriber>(QStringLiteral("en-US"), QStringList());
+    // Cancelled from inside its own first callback, on the decoding thread. Its decoder is the
+    // one cancelled above in mid-utterance, and starts afresh.
+    auto selfCancelled = make();
     Recorder inner;
     inner.attach(*selfCancelled);
     selfCancelled->setOnText([&](const QString &text) {
@@ -305,52 +384,81 @@ TEST(SystemTranscriber, CancelDeliversNothingFurther)
     // Only the callback that cancelled; a slow model load may have sent a status line before.
     EXPECT_EQ(inner.texts(Recorder::Text).size(), 1);
     EXPECT_TRUE(inner.texts(Recorder::Commit).isEmpty());
+    EXPECT_EQ(cache.loads(), 1);
 }
 
-TEST(SystemTranscriber, ReportsLanguagesWithoutAModel)
+TEST(SystemTranscriber, ReportsLanguagesWithoutAUsableModel)
 {
     QTemporaryDir emptyRoot;
-    const std::vector<std::pair<QString, QStringList>> cases{
-        {QStringLiteral("xx-YY"), SphinxModelFinder::defaultRoots()},
-        {QString(), SphinxModelFinder::defaultRoots()},
-        {QStringLiteral("de-DE"), {emptyRoot.path()}},
-        {QStringLiteral("en-US"), {emptyRoot.path()}},
+    QTemporaryDir brokenRoot;
+    linkEnglishModel(brokenRoot.path(), QStringLiteral("en-us"), true);
+    const QString unloadable =
+        QStringLiteral("The speech model for this language could not be loaded.");
+    const std::vector<std::tuple<QString, QStringList, QString>> cases{
+        {QStringLiteral("xx-YY"), SphinxModelFinder::defaultRoots(), kUnavailable},
+        {QString(), SphinxModelFinder::defaultRoots(), kUnavailable},
+        {QStringLiteral("de-DE"), {emptyRoot.path()}, kUnavailable},
+        {QStringLiteral("en-US"), {emptyRoot.path()}, kUnavailable},
+        {QStringLiteral("en-US"), {brokenRoot.path()}, unloadable},
     };
     const auto audio = speak(kOrder, kEngineFormat);
     ASSERT_TRUE(audio);
-    for (const auto &[locale, roots] : cases) {
+    QLoggingCategory::setFilterRules(QStringLiteral("vocari.engine.system.warning=false"));
+    for (const auto &[locale, roots, message] : cases) {
         SystemTranscriber transcriber(locale, {}, roots);
         Recorder recorder;
         recorder.attach(transcriber);
-        EXPECT_EQ(prepareError(transcriber), kUnavailable) << qPrintable(locale);
+        EXPECT_EQ(prepareError(transcriber), message) << qPrintable(locale);
         feedAll(transcriber, *audio, 1600);
         EXPECT_EQ(finish(transcriber), QString());
         transcriber.cancel();
         EXPECT_TRUE(recorder.events().empty());
         EXPECT_FALSE(transcriber.failure());
     }
+    QLoggingCategory::setFilterRules(QString());
 }
 
-TEST(SystemTranscriber, ReportsAModelThatCannotBeLoaded)
+TEST(SphinxDecoderCache, KeepsTheLastLanguageLoadedUntilAnHourIdleOrMemoryPressure)
 {
-    // Debian's acoustic model and dictionary, with a language model that is not one.
+    const auto english = SphinxModelFinder::find(QStringLiteral("en-US"));
+    ASSERT_TRUE(english);
     QTemporaryDir root;
-    const QString debian = QStringLiteral("/usr/share/pocketsphinx/model/en-us");
-    const QDir model(root.filePath(QStringLiteral("en-us")));
-    ASSERT_TRUE(QDir().mkpath(model.path()));
-    ASSERT_TRUE(
-        QFile::link(debian + QStringLiteral("/en-us"), model.filePath(QStringLiteral("en-us"))));
-    ASSERT_TRUE(QFile::link(debian + QStringLiteral("/cmudict-en-us.dict"),
-                            model.filePath(QStringLiteral("cmudict-en-us.dict"))));
-    QFile lm(model.filePath(QStringLiteral("en-us.lm.bin")));
-    ASSERT_TRUE(lm.open(QIODevice::WriteOnly));
-    lm.write("not a language model");
-    lm.close();
+    linkEnglishModel(root.path(), QStringLiteral("de"));
+    const auto german = SphinxModelFinder::find(QStringLiteral("de-DE"), {root.path()});
+    ASSERT_TRUE(german);
 
-    QLoggingCategory::setFilterRules(QStringLiteral("vocari.engine.system.warning=false"));
-    SystemTranscriber transcriber(QStringLiteral("en-US"), {}, {root.path()});
-    EXPECT_EQ(prepareError(transcriber),
-              QStringLiteral("The speech model for this language could not be loaded."));
-    EXPECT_EQ(finish(transcriber), QString());
-    QLoggingCategory::setFilterRules(QString());
+    TestCache cache;
+    auto lent = cache.decoders->acquire(*english);
+    ASSERT_TRUE(lent);
+    SphinxDecoder *const decoder = lent.get();
+    EXPECT_FALSE(cache.timer->pending()) << "no unload while a dictation uses it";
+    lent.reset();
+    EXPECT_TRUE(cache.decoders->status().cached);
+    EXPECT_EQ(cache.decoders->acquire(*english).get(), decoder);
+    EXPECT_EQ(cache.loads(), 1);
+
+    // A timer call already under way when the decoder was lent again unloads nothing.
+    const auto late = cache.timer->current();
+    cache.decoders->acquire(*english).reset();
+    cache.timer->fire(late);
+    EXPECT_TRUE(cache.decoders->status().cached);
+    // An hour without use unloads it.
+    cache.timer->fire();
+    EXPECT_FALSE(cache.decoders->status().cached);
+    cache.decoders->acquire(*english).reset();
+    EXPECT_EQ(cache.loads(), 2);
+
+    // Memory pressure unloads it, and a decoder lent out at the time is not taken back.
+    lent = cache.decoders->acquire(*english);
+    cache.decoders->unload();
+    lent.reset();
+    EXPECT_FALSE(cache.decoders->status().cached);
+    EXPECT_FALSE(cache.timer->pending());
+
+    // Another language loads its own model, which then replaces the first.
+    cache.decoders->acquire(*english).reset();
+    cache.decoders->acquire(*german).reset();
+    EXPECT_EQ(cache.loads(), 4);
+    cache.decoders->acquire(*english).reset();
+    EXPECT_EQ(cache.loads(), 5);
 }

@@ -1,5 +1,6 @@
 #include "engines/PCMConverter.h"
 
+#include <algorithm>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <numbers>
@@ -69,33 +70,28 @@ double worstSineResidual(const std::vector<float> &x, size_t from, size_t to, do
 
 TEST(PCMConverter, CapacityIsTheRateRatioTimesTheFramesPlusHeadroom)
 {
-    EXPECT_EQ(PCMConverter::outputCapacity(kEngineFormat, kStereo48k, 4800), 1600u + 64u);
     EXPECT_EQ(PCMConverter::outputCapacity(kEngineFormat, {44100, 1}, 2048), 743u + 64u);
-    EXPECT_EQ(PCMConverter::outputCapacity(kEngineFormat, kStereo48k, 0), 64u);
-
     PCMConverter converter(kEngineFormat);
     const auto out = converter.convert(sineBuffers(kStereo48k, 1, 4800)[0]);
     ASSERT_TRUE(out);
-    EXPECT_EQ(out->frameCapacity(), 1664u);
+    EXPECT_EQ(out->frameCapacity(), 1600u + 64u);
     EXPECT_EQ(out->format(), kEngineFormat);
-
-    const auto empty = converter.convert(AudioBuffer(kStereo48k, 0));
-    ASSERT_TRUE(empty);
-    EXPECT_EQ(empty->frameCapacity(), 64u);
 }
 
-TEST(PCMConverter, AnEmptyFirstBufferNeitherCrashesNorEndsTheStream)
+TEST(PCMConverter, AnEmptyBufferNeitherCrashesNorEndsTheStream)
 {
-    // The resampler reads a null input as the end of the stream; an empty buffer must not be
-    // handed to it that way, or the stream would end before it began.
+    // The resampler reads a null input as the end of the stream; an empty buffer, even the
+    // very first, must not be handed to it that way.
     for (const AudioFormat format : {AudioFormat{44100, 1}, kStereo48k}) {
         PCMConverter converter(kEngineFormat);
         const auto empty = converter.convert(AudioBuffer(format, 0));
         ASSERT_TRUE(empty) << format.sampleRate;
+        EXPECT_EQ(empty->frameCapacity(), 64u);
         EXPECT_EQ(empty->frameLength(), 0u);
         const auto out = convertAll(converter, sineBuffers(format, 20, 2048));
         EXPECT_GE(out.size(), 20u * 2048u * 16000u / uint32_t(format.sampleRate) - 1024u);
         EXPECT_LT(worstSineResidual(out, 500, out.size(), 16000.0), 2e-3);
+        EXPECT_TRUE(converter.convert(AudioBuffer(format, 0)));
     }
 }
 
@@ -137,27 +133,18 @@ TEST(PCMConverter, AFormatChangeRebuildsTheConverterAndLaterBuffersReuseIt)
 {
     PCMConverter converter(kEngineFormat);
     convertAll(converter, sineBuffers(kStereo48k, 3, 2048));
-    EXPECT_EQ(converter.converterBuilds(), 1);
     convertAll(converter, sineBuffers({44100, 2}, 3, 2048));
-    EXPECT_EQ(converter.converterBuilds(), 2);
     const auto out = convertAll(converter, sineBuffers({44100, 1}, 40, 2048));
     EXPECT_EQ(converter.converterBuilds(), 3);
     // The rebuilt converter resamples 44.1 kHz correctly and continuously.
     EXPECT_LT(worstSineResidual(out, 500, out.size(), 16000.0), 2e-3);
-}
 
-TEST(PCMConverter, MatchingFormatsPassThroughUnchanged)
-{
-    PCMConverter converter(kEngineFormat);
-    const auto buffers = sineBuffers(kEngineFormat, 3, 1000);
-    for (const auto &buffer : buffers) {
-        const auto out = converter.convert(buffer);
-        ASSERT_TRUE(out);
-        ASSERT_EQ(out->frameLength(), buffer.frameLength());
-        for (uint32_t i = 0; i < buffer.frameLength(); ++i)
-            ASSERT_EQ(out->channel(0)[i], buffer.channel(0)[i]);
-    }
-    EXPECT_EQ(converter.converterBuilds(), 1);
+    // The target format itself passes through a converter of its own, unchanged.
+    const auto buffer = sineBuffers(kEngineFormat, 1, 1000)[0];
+    const auto same = converter.convert(buffer);
+    ASSERT_TRUE(same);
+    EXPECT_EQ(converter.converterBuilds(), 4);
+    EXPECT_TRUE(std::ranges::equal(same->channel(0), buffer.channel(0)));
 }
 
 TEST(PCMConverter, AnUnusableFormatYieldsNothingUntilTheFormatChanges)

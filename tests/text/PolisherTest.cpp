@@ -39,14 +39,9 @@ TEST(PolisherRepeatedWords, CollapsesStuttersButKeepsMeaningfulDoubles)
     EXPECT_EQ(Polisher::applyRules("ou ou\u0300 bien"), "ou ou\u0300 bien");
     EXPECT_EQ(Polisher::applyRules("the theory"), "the theory");
 
-    const char *doubles[] = {"nous", "vous", "had", "that", "is", "very", "so",
-                             "no",   "yes",  "oui", "non",  "ha", "bye"};
-    for (const char *word : doubles) {
-        const QString doubled = QString::fromLatin1(word) + " " + QString::fromLatin1(word);
-        EXPECT_EQ(Polisher::applyRules(doubled), doubled) << word;
-    }
+    for (const char *kept : {"nous nous", "very very", "Bye bye", "ha ha"})
+        EXPECT_EQ(Polisher::applyRules(kept), kept);
     EXPECT_EQ(Polisher::applyRules("that that works"), "that that works");
-    EXPECT_EQ(Polisher::applyRules("Bye bye"), "Bye bye");
 }
 
 TEST(PolisherPunctuation, RepairsSpacingAndDoubledPeriods)

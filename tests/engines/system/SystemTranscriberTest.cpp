@@ -175,8 +175,7 @@ public:
     {
         Text,
         Commit,
-        Status,
-        Mark
+        Status
     };
     struct Event
     {

@@ -17,32 +17,21 @@ namespace vocari {
 
 namespace {
 
-// Window types for Qt's X11 platform plugin, read from this window property when the native
-// window is created: a notification overlay, and a utility window for window managers that
-// do not know notifications. Neither is decorated or given the focus.
-constexpr auto kX11WindowTypeProperty = "_q_xcb_wm_window_type";
-constexpr int kX11Utility = 0x000020;
-constexpr int kX11Notification = 0x000800;
-
 std::unique_ptr<QWidget> makePanel()
 {
+    // A utility window (so X11 window managers and compositors treat it as an overlay) kept out
+    // of the window manager's hands (override-redirect): never decorated, never focused, and
+    // without a frame of the manager's own, which would catch the clicks the panel lets through.
     auto panel = std::make_unique<QWidget>(
         nullptr, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
-                     Qt::WindowDoesNotAcceptFocus | Qt::WindowTransparentForInput |
-                     Qt::NoDropShadowWindowHint);
+                     Qt::X11BypassWindowManagerHint | Qt::WindowDoesNotAcceptFocus |
+                     Qt::WindowTransparentForInput | Qt::NoDropShadowWindowHint);
     panel->setObjectName(QStringLiteral("VocariHUD"));
     panel->setWindowTitle(QStringLiteral("Vocari"));
     panel->setAttribute(Qt::WA_TranslucentBackground);
     panel->setAttribute(Qt::WA_ShowWithoutActivating);
     panel->setAttribute(Qt::WA_TransparentForMouseEvents);
     panel->setFocusPolicy(Qt::NoFocus);
-    // The window type must be known when the native window is made; setting the flags again
-    // makes the platform plugin apply it.
-    panel->winId();
-    if (QWindow *window = panel->windowHandle()) {
-        window->setProperty(kX11WindowTypeProperty, kX11Notification | kX11Utility);
-        window->setFlags(window->flags());
-    }
     return panel;
 }
 

@@ -16,7 +16,7 @@ XvfbDisplay::~XvfbDisplay()
     stop();
 }
 
-bool XvfbDisplay::start()
+bool XvfbDisplay::start(const QStringList &screens)
 {
     const QString program = QStandardPaths::findExecutable(QStringLiteral("Xvfb"));
     if (program.isEmpty()) {
@@ -27,10 +27,12 @@ bool XvfbDisplay::start()
     // once it accepts connections.
     m_server.setProcessChannelMode(QProcess::SeparateChannels);
     m_server.setStandardErrorFile(QProcess::nullDevice());
-    m_server.start(program,
-                   {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-nolisten"),
-                    QStringLiteral("tcp"), QStringLiteral("-screen"), QStringLiteral("0"),
-                    QStringLiteral("1024x768x24")});
+    QStringList arguments{QStringLiteral("-displayfd"), QStringLiteral("1"),
+                          QStringLiteral("-nolisten"), QStringLiteral("tcp")};
+    arguments += screens.isEmpty() ? QStringList{QStringLiteral("-screen"), QStringLiteral("0"),
+                                                 QStringLiteral("1024x768x24")}
+                                   : screens;
+    m_server.start(program, arguments);
     if (!m_server.waitForStarted(startTimeoutMs)) {
         m_error = QStringLiteral("Xvfb did not start: %1").arg(m_server.errorString());
         return false;

@@ -15,8 +15,9 @@ public:
     XvfbDisplay(const XvfbDisplay &) = delete;
     XvfbDisplay &operator=(const XvfbDisplay &) = delete;
 
-    // Starts the server; false (with error()) when it cannot be started.
-    bool start();
+    // Starts the server with one 1024 × 768 screen, or with these arguments in its place
+    // (such as two screens joined by Xinerama); false (with error()) when it cannot start.
+    bool start(const QStringList &screens = {});
     void stop();
 
     // ":N", valid after a successful start.

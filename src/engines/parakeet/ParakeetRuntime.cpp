@@ -1,7 +1,7 @@
 #include "engines/parakeet/ParakeetRuntime.h"
 
+#include "engines/MemoryPressureMonitor.h"
 #include "engines/parakeet/GreedyTdt.h"
-#include "engines/parakeet/MemoryPressureMonitor.h"
 #include "engines/parakeet/ModelSet.h"
 #include "engines/parakeet/OnnxNetwork.h"
 #include "engines/parakeet/ParakeetInference.h"

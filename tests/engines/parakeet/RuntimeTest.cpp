@@ -1,5 +1,5 @@
 #include "ParakeetFixtures.h"
-#include "engines/parakeet/MemoryPressureMonitor.h"
+#include "engines/MemoryPressureMonitor.h"
 #include "engines/parakeet/ModelSet.h"
 #include "engines/parakeet/ParakeetErrors.h"
 #include "engines/parakeet/ParakeetRuntime.h"

@@ -223,16 +223,8 @@ void Dictation::fail(qint64 id, const QString &notice)
         endDemo();
         return;
     }
-    const std::shared_ptr<Transcriber> transcriber = m_transcriber;
-    if (transcriber)
-        transcriber->cancel();
     m_wantsListening = false;
-    stopCapture();
-    m_transcriber.reset();
-    m_polisher.reset();
-    setPhase(Phase::idle);
-    setNotice(notice);
-    finished({});
+    abort(std::shared_ptr<Transcriber>(m_transcriber), notice);
 }
 
 QCoro::Task<> Dictation::beginSteps(std::shared_ptr<Transcriber> transcriber, qint64 id)
@@ -376,7 +368,8 @@ QCoro::Task<> Dictation::endSteps(qint64 id)
 void Dictation::abort(const std::shared_ptr<Transcriber> &transcriber,
                       const std::optional<QString> &notice)
 {
-    transcriber->cancel();
+    if (transcriber)
+        transcriber->cancel();
     stopCapture();
     m_transcriber.reset();
     m_polisher.reset();

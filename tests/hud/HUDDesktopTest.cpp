@@ -154,8 +154,8 @@ protected:
     {
         if (!g_display)
             GTEST_SKIP() << g_skipReason.toStdString();
-        m_dictation = std::make_unique<Dictation>(std::make_unique<FakeAudioEngine>(),
-                                                  std::make_shared<ManualClock>());
+        m_dictation = std::make_unique<Dictation>(std::make_unique<FakeAudioEngine>(), m_clock);
+        m_dictation->setOnFinished([this](const QString &text) { m_finished.append(text); });
         m_hud.attach(m_dictation.get());
         m_hud.setShapedToGlass(true); // no compositing manager here
     }
@@ -171,7 +171,9 @@ protected:
     }
 
     ScopedSettings m_settings;
+    std::shared_ptr<ManualClock> m_clock = std::make_shared<ManualClock>();
     std::unique_ptr<Dictation> m_dictation;
+    QStringList m_finished;
     HUDController m_hud;
 };
 
@@ -199,17 +201,30 @@ TEST_F(HUDDesktopTest, PanelLandsWhereComputedAndIsAnOverlay)
     EXPECT_TRUE(x.refusesFocus(panel));
 }
 
-TEST_F(HUDDesktopTest, FocusStaysInFrontAndClicksGoThroughThePanel)
+TEST_F(HUDDesktopTest, FocusStaysInFrontThroughADictationAndClicksGoThrough)
 {
     FrontWindow front;
     ASSERT_TRUE(front.isOpen());
     const QString id = QString::number(front.id());
     ASSERT_TRUE(xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), id}));
     ASSERT_TRUE(waitUntil([&] { return front.focus() == front.id(); }));
+    // A scripted dictation through every phase, the HUD redrawing all the while.
+    auto transcriber = std::make_shared<ScriptedTranscriber>();
+    transcriber->holdPrepare = true;
+    transcriber->holdFinish = true;
+    transcriber->finalText = QStringLiteral("hello there");
+    m_dictation->keyDown(false, QStringLiteral("Script"), [&](bool) { return transcriber; });
     ASSERT_TRUE(showAndWait());
-    m_dictation->demo(); // moving levels: the panel redraws all the time
-    spin(300ms);
-    EXPECT_EQ(front.focus(), front.id()) << "the HUD took the focus when shown";
+    const auto focusKept = [&](const char *when) {
+        spin(150ms);
+        EXPECT_EQ(front.focus(), front.id()) << "the HUD took the focus " << when;
+    };
+    focusKept("while getting ready");
+    transcriber->reportStatus(QStringLiteral("Loading speech model…"));
+    transcriber->prepared.open();
+    ASSERT_TRUE(waitUntil([&] { return m_dictation->phase() == Dictation::Phase::listening; }));
+    transcriber->reportText(QStringLiteral("hello there"));
+    focusKept("while listening");
 
     // A click on the middle of the glass reaches the window below.
     const QRect panel = m_hud.panel()->geometry();
@@ -220,6 +235,15 @@ TEST_F(HUDDesktopTest, FocusStaysInFrontAndClicksGoThroughThePanel)
                  QString::number(glass.y()), QStringLiteral("click"), QStringLiteral("1")}));
     EXPECT_TRUE(waitUntil([&] { return front.takeButtonPresses() > 0; }, 3s))
         << "the click stayed in the HUD";
+
+    m_clock->advance(2s);
+    m_dictation->keyUp();
+    ASSERT_TRUE(waitUntil([&] { return m_dictation->phase() == Dictation::Phase::finishing; }));
+    focusKept("while finishing");
+    transcriber->finished.open();
+    ASSERT_TRUE(waitUntil([&] { return m_dictation->phase() == Dictation::Phase::idle; }));
+    EXPECT_EQ(m_finished, QStringList{QStringLiteral("hello there")});
+    focusKept("at the end");
 
     int hidden = 0;
     QObject::connect(&m_hud, &HUDController::hidden, [&] { ++hidden; });

@@ -68,18 +68,10 @@ double worstSineResidual(const std::vector<float> &x, size_t from, size_t to, do
 
 } // namespace
 
-TEST(PCMConverter, CapacityIsTheRateRatioTimesTheFramesPlusHeadroom)
-{
-    EXPECT_EQ(PCMConverter::outputCapacity(kEngineFormat, {44100, 1}, 2048), 743u + 64u);
-    PCMConverter converter(kEngineFormat);
-    const auto out = converter.convert(sineBuffers(kStereo48k, 1, 4800)[0]);
-    ASSERT_TRUE(out);
-    EXPECT_EQ(out->frameCapacity(), 1600u + 64u);
-    EXPECT_EQ(out->format(), kEngineFormat);
-}
-
 TEST(PCMConverter, AnEmptyBufferNeitherCrashesNorEndsTheStream)
 {
+    // Room for the rate ratio times the frames, rounded up, plus the resampler's headroom.
+    EXPECT_EQ(PCMConverter::outputCapacity(kEngineFormat, {44100, 1}, 2048), 743u + 64u);
     // The resampler reads a null input as the end of the stream; an empty buffer, even the
     // very first, must not be handed to it that way.
     for (const AudioFormat format : {AudioFormat{44100, 1}, kStereo48k}) {

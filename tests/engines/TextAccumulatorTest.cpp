@@ -1,7 +1,6 @@
 #include "engines/TextAccumulator.h"
 
 #include <gtest/gtest.h>
-
 #include <thread>
 
 using vocari::TextAccumulator;

@@ -17,7 +17,6 @@ TEST(PolisherFillers, RemovesHesitationsAndCapitalisesAWordThatNowStartsASentenc
     // Stretched and upper-case forms, "euh", and the ellipsis character after a filler.
     EXPECT_EQ(Polisher::applyRules("so UMMM the uhhh errm plan hmmm euh… is set"),
               "so the plan is set");
-    EXPECT_EQ(Polisher::applyRules("um uh hello"), "Hello");
     EXPECT_EQ(Polisher::applyRules("Hmm... okay"), "Okay");
     // Only whole words are fillers.
     EXPECT_EQ(Polisher::applyRules("the umbrella and the drum hum"),
@@ -30,18 +29,15 @@ TEST(PolisherFillers, RemovesHesitationsAndCapitalisesAWordThatNowStartsASentenc
 TEST(PolisherRepeatedWords, CollapsesStuttersButKeepsMeaningfulDoubles)
 {
     EXPECT_EQ(Polisher::applyRules("the the plan"), "the plan");
-    EXPECT_EQ(Polisher::applyRules("The the"), "The");
     EXPECT_EQ(Polisher::applyRules("go go go"), "go go");
     EXPECT_EQ(Polisher::applyRules("I I I I said"), "I I said");
     EXPECT_EQ(Polisher::applyRules("the\n the theory"), "the theory");
     EXPECT_EQ(Polisher::applyRules("Été été chaud"), "Été chaud");
     // An accent typed as a combining mark belongs to its word: "ou où" is no stutter.
     EXPECT_EQ(Polisher::applyRules("ou ou\u0300 bien"), "ou ou\u0300 bien");
-    EXPECT_EQ(Polisher::applyRules("the theory"), "the theory");
 
-    for (const char *kept : {"nous nous", "very very", "Bye bye", "ha ha"})
+    for (const char *kept : {"nous nous", "very very", "Bye bye", "ha ha", "that that works"})
         EXPECT_EQ(Polisher::applyRules(kept), kept);
-    EXPECT_EQ(Polisher::applyRules("that that works"), "that that works");
 }
 
 TEST(PolisherPunctuation, RepairsSpacingAndDoubledPeriods)
@@ -54,7 +50,6 @@ TEST(PolisherPunctuation, RepairsSpacingAndDoubledPeriods)
     EXPECT_EQ(Polisher::applyRules("one , two ; three :"), "one, two; three:");
     EXPECT_EQ(Polisher::applyRules("  a   b\t\tc\u00a0\u00a0d \n"), "a b c d");
     EXPECT_EQ(Polisher::applyRules("line\nbreak"), "line\nbreak");
-    EXPECT_EQ(Polisher::applyRules(""), "");
     const QString invalid = QString(QChar(0xDC00)) + " the the";
     EXPECT_EQ(Polisher::applyRules(invalid), invalid);
 }
@@ -66,7 +61,6 @@ TEST(Polisher, PolishReturnsTheRulesTextWithoutALanguageModel)
     EXPECT_EQ(QCoro::waitFor(polisher.polish("um the the plan ?")), "The plan?");
     const QString longText =
         QStringLiteral("so uh we we will meet on monday and then , erm, talk about the budget");
-    EXPECT_EQ(QCoro::waitFor(polisher.polish(longText)), Polisher::applyRules(longText));
     EXPECT_EQ(QCoro::waitFor(polisher.polish(longText)),
               "so we will meet on monday and then talk about the budget");
 }

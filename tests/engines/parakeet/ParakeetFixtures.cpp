@@ -1,15 +1,12 @@
 #include "ParakeetFixtures.h"
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
-#include <QThread>
 #include <cmath>
-#include <mutex>
 #include <numbers>
 #include <stdexcept>
 
@@ -96,70 +93,8 @@ QString ModelCopy::file(const QString &name) const
 void ModelCopy::write(const QString &name, const QByteArray &bytes) const
 {
     QFile file(this->file(name));
-    file.open(QIODevice::WriteOnly | QIODevice::Truncate);
-    file.write(bytes);
-}
-
-void ModelCopy::remove(const QString &name) const
-{
-    QFile::remove(file(name));
-}
-
-void ModelCopy::rename(const QString &from, const QString &to) const
-{
-    QFile::rename(file(from), file(to));
-}
-
-namespace {
-
-std::mutex captureLock;
-QByteArray capturedCategory;
-QStringList captured;
-QtMessageHandler previousHandler = nullptr;
-
-void capture(QtMsgType type, const QMessageLogContext &context, const QString &message)
-{
-    {
-        std::lock_guard lock(captureLock);
-        if (type == QtInfoMsg && context.category && capturedCategory == context.category)
-            captured << message;
-    }
-    if (previousHandler)
-        previousHandler(type, context, message);
-}
-
-} // namespace
-
-LogCapture::LogCapture(const char *category)
-{
-    {
-        std::lock_guard lock(captureLock);
-        capturedCategory = category;
-        captured.clear();
-    }
-    previousHandler = qInstallMessageHandler(&capture);
-}
-
-LogCapture::~LogCapture()
-{
-    qInstallMessageHandler(previousHandler);
-}
-
-QStringList LogCapture::lines() const
-{
-    std::lock_guard lock(captureLock);
-    return captured;
-}
-
-bool eventually(const std::function<bool()> &condition, int seconds)
-{
-    for (int i = 0; i < seconds * 200; ++i) {
-        if (condition())
-            return true;
-        QCoreApplication::processEvents();
-        QThread::msleep(5);
-    }
-    return condition();
+    if (file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        file.write(bytes);
 }
 
 } // namespace vocari::test

@@ -1,8 +1,8 @@
 #pragma once
 
+#include <QFile>
 #include <QString>
 #include <QStringList>
-#include <functional>
 #include <utility>
 #include <vector>
 
@@ -47,23 +47,14 @@ public:
     const QString &path() const { return m_path; }
     QString file(const QString &name) const;
     void write(const QString &name, const QByteArray &bytes) const;
-    void remove(const QString &name) const;
-    void rename(const QString &from, const QString &to) const;
+    void remove(const QString &name) const { QFile::remove(file(name)); }
+    void rename(const QString &from, const QString &to) const
+    {
+        QFile::rename(file(from), file(to));
+    }
 
 private:
     QString m_path;
 };
-
-// Collects the info messages of one logging category while it exists.
-class LogCapture
-{
-public:
-    explicit LogCapture(const char *category);
-    ~LogCapture();
-    QStringList lines() const;
-};
-
-// Waits (a bounded number of seconds, never asserting on time) until condition holds.
-bool eventually(const std::function<bool()> &condition, int seconds = 20);
 
 } // namespace vocari::test

@@ -4,10 +4,10 @@
 #include "engines/parakeet/ParakeetErrors.h"
 #include "engines/parakeet/ParakeetRuntime.h"
 #include "engines/parakeet/PhraseRecognizer.h"
+#include "support/EventLoop.h"
 
 #include <QDir>
 #include <QFile>
-#include <QRegularExpression>
 #include <gtest/gtest.h>
 
 using namespace vocari;
@@ -53,7 +53,6 @@ QString failureOf(ParakeetRuntime &runtime, std::vector<float> samples, const QS
 TEST(ParakeetRuntime, TranscribesAndReusesTheLoadedSet)
 {
     const auto &sentence = ToneSentence::load();
-    LogCapture log("vocari.parakeet");
     ParakeetRuntime runtime(quiet());
 
     EXPECT_EQ(textOf(runtime, sentence.phrase(0), folder("split")), sentence.phrases[0]);
@@ -64,17 +63,7 @@ TEST(ParakeetRuntime, TranscribesAndReusesTheLoadedSet)
     EXPECT_EQ(status.loadedDirectory, folder("split"));
     EXPECT_TRUE(status.unloadScheduled);
 
-    // One line per phrase; the second found the set loaded, so it has no load part.
-    const QStringList lines = log.lines();
-    ASSERT_EQ(lines.size(), 2);
-    const QRegularExpression format(QStringLiteral(
-        "^chunk \\d+\\.\\d s of audio → \\d+\\.\\d\\d s( \\(load \\d+\\.\\d\\d s\\))?$"));
-    EXPECT_TRUE(format.match(lines[0]).hasMatch()) << lines[0].toStdString();
-    EXPECT_TRUE(format.match(lines[1]).hasMatch()) << lines[1].toStdString();
-    EXPECT_FALSE(lines[1].contains("load"));
-    const double seconds = double(sentence.phrase(1).size()) / 16000;
-    EXPECT_TRUE(lines[1].startsWith(QString::asprintf("chunk %.1f s of audio → ", seconds)));
-
+    // The load time is logged only when there was a load worth naming.
     EXPECT_EQ(ParakeetRuntime::chunkLogLine(3.2, 0.41, 2.87),
               "chunk 3.2 s of audio → 0.41 s (load 2.87 s)");
     EXPECT_EQ(ParakeetRuntime::chunkLogLine(3.24, 0.414, 0.05), "chunk 3.2 s of audio → 0.41 s");
@@ -136,7 +125,7 @@ TEST(ParakeetRuntime, DropsTheSetOnRequestOnMemoryPressureAndWhenIdle)
     // An idle runtime drops its set once the idle delay has passed since the last use.
     ParakeetRuntime brief(quiet(50ms));
     EXPECT_EQ(textOf(brief, sentence.phrase(0), split), sentence.phrases[0]);
-    EXPECT_TRUE(eventually([&] { return brief.status().loadedDirectory.isEmpty(); }));
+    EXPECT_TRUE(waitUntil([&] { return brief.status().loadedDirectory.isEmpty(); }));
     EXPECT_FALSE(brief.status().unloadScheduled);
     EXPECT_EQ(textOf(brief, sentence.phrase(0), split), sentence.phrases[0]);
     EXPECT_EQ(brief.status().loads, 2);
@@ -173,7 +162,7 @@ TEST(ParakeetRuntime, ErrorsAndCancellationReachTheCallerAndTheRuntimeGoesOn)
     }
     for (int i = 0; i < 6; ++i)
         EXPECT_EQ(texts[size_t(i)].result(), sentence.phrases[i % 2]);
-    EXPECT_TRUE(eventually([&] {
+    EXPECT_TRUE(waitUntil([&] {
         std::lock_guard guard(lock);
         return order.size() == 6;
     }));

@@ -2,10 +2,11 @@
 #include "engines/parakeet/ParakeetErrors.h"
 #include "engines/parakeet/ParakeetRuntime.h"
 #include "engines/parakeet/ParakeetTranscriber.h"
+#include "support/EventLoop.h"
+#include "support/TranscriberLog.h"
 
 #include <QCoroTask>
 #include <cmath>
-#include <condition_variable>
 #include <deque>
 #include <gtest/gtest.h>
 #include <numbers>
@@ -16,32 +17,6 @@ using namespace vocari::test;
 using namespace std::chrono_literals;
 
 namespace {
-
-// Every callback of a transcriber, in order, as "text: …", "commit: …", "status: …".
-class CallbackLog
-{
-public:
-    explicit CallbackLog(Transcriber &transcriber)
-    {
-        transcriber.setOnText([this](const QString &text) { add("text: " + text); });
-        transcriber.setOnCommit([this](const QString &text) { add("commit: " + text); });
-        transcriber.setOnStatus([this](const QString &text) { add("status: " + text); });
-    }
-    QStringList entries() const
-    {
-        std::lock_guard lock(m_lock);
-        return m_entries;
-    }
-
-private:
-    void add(const QString &entry)
-    {
-        std::lock_guard lock(m_lock);
-        m_entries << entry;
-    }
-    mutable std::mutex m_lock;
-    QStringList m_entries;
-};
 
 // Feeds samples as a capture device would: 2048-frame buffers of interleaved audio.
 void feedAudio(Transcriber &transcriber, const std::vector<float> &mono, double rate = 16000,
@@ -157,7 +132,7 @@ TEST(ParakeetTranscriber, PhrasesAreCommittedAsTheyAreCutThroughBothLayouts)
             ParakeetTranscriber transcriber(
                 std::make_unique<RuntimeRecognizer>(runtime, fixturePath(fixture)), eager,
                 noDrafts());
-            CallbackLog log(transcriber);
+            TranscriberLog log(transcriber);
             QCoro::waitFor(transcriber.prepare());
             // A 44.1 kHz stereo device, as in a real dictation.
             feedAudio(transcriber, sentence.samples(44100), 44100, 2);
@@ -175,7 +150,7 @@ TEST(ParakeetTranscriber, SilenceAndEmptyPhrasesGiveNoCallbacks)
     ParakeetRuntime runtime({std::chrono::hours(1), false});
     ParakeetTranscriber quiet(std::make_unique<RuntimeRecognizer>(runtime, fixturePath("split")),
                               false, noDrafts());
-    CallbackLog log(quiet);
+    TranscriberLog log(quiet);
     QCoro::waitFor(quiet.prepare());
     feedAudio(quiet, silence(5));
     EXPECT_EQ(QCoro::waitFor(quiet.finish()), "");
@@ -184,7 +159,7 @@ TEST(ParakeetTranscriber, SilenceAndEmptyPhrasesGiveNoCallbacks)
     // A phrase that transcribes to nothing is not committed.
     auto script = std::make_shared<Script>();
     ParakeetTranscriber scripted(script->recognizer(), true, noDrafts());
-    CallbackLog scriptedLog(scripted);
+    TranscriberLog scriptedLog(scripted);
     QCoro::waitFor(scripted.prepare());
     EXPECT_EQ(script->warmUps, 1);
     feedAudio(scripted, tone(1) + silence(1) + tone(1) + silence(1));
@@ -207,7 +182,7 @@ TEST(ParakeetTranscriber, AFailedPhraseIsReportedAndTheDictationGoesOn)
 {
     auto script = std::make_shared<Script>();
     ParakeetTranscriber transcriber(script->recognizer(), true, noDrafts());
-    CallbackLog log(transcriber);
+    TranscriberLog log(transcriber);
     QCoro::waitFor(transcriber.prepare());
     feedAudio(transcriber, tone(1) + silence(1) + tone(1) + silence(1) + tone(1));
     auto first = script->next();
@@ -231,7 +206,7 @@ TEST(ParakeetTranscriber, CancelStopsAtOnceAndDeliversNothingMore)
     auto script = std::make_shared<Script>();
     auto transcriber =
         std::make_unique<ParakeetTranscriber>(script->recognizer(), true, noDrafts());
-    CallbackLog log(*transcriber);
+    TranscriberLog log(*transcriber);
     QCoro::waitFor(transcriber->prepare());
     feedAudio(*transcriber, tone(1) + silence(1) + tone(1) + silence(1));
     auto first = script->next();
@@ -258,7 +233,7 @@ TEST(ParakeetTranscriber, DraftsShowTheUnfinishedPhraseOnlyWhileItIsCurrent)
     {
         auto script = std::make_shared<Script>();
         ParakeetTranscriber transcriber(script->recognizer(), true, often);
-        CallbackLog log(transcriber);
+        TranscriberLog log(transcriber);
         // The phrase is cut and queued before the drafter starts, so however slowly this runs,
         // the first request is the phrase and not a draft of it.
         feedAudio(transcriber, tone(1) + silence(1));
@@ -279,7 +254,7 @@ TEST(ParakeetTranscriber, DraftsShowTheUnfinishedPhraseOnlyWhileItIsCurrent)
         EXPECT_EQ(draft->samples.size() % Segmenter::frame, 0u);
         EXPECT_GE(draft->samples.size(), size_t(Segmenter::minSpeech));
         draft->answer("draft");
-        EXPECT_TRUE(eventually([&] { return log.entries().contains("text: one draft"); }));
+        EXPECT_TRUE(waitUntil([&] { return log.entries().contains("text: one draft"); }));
         EXPECT_EQ(log.entries().mid(0, 2), QStringList({"text: one", "commit: one"}));
     }
 
@@ -289,7 +264,7 @@ TEST(ParakeetTranscriber, DraftsShowTheUnfinishedPhraseOnlyWhileItIsCurrent)
     {
         auto script = std::make_shared<Script>();
         auto transcriber = std::make_unique<ParakeetTranscriber>(script->recognizer(), true, often);
-        CallbackLog log(*transcriber);
+        TranscriberLog log(*transcriber);
         QCoro::waitFor(transcriber->prepare());
         feedAudio(*transcriber, tone(0.02) + silence(0.3));
         auto stale = script->next();
@@ -307,7 +282,7 @@ TEST(ParakeetTranscriber, DraftsShowTheUnfinishedPhraseOnlyWhileItIsCurrent)
     {
         auto script = std::make_shared<Script>();
         ParakeetTranscriber transcriber(script->recognizer(), true, often);
-        CallbackLog log(transcriber);
+        TranscriberLog log(transcriber);
         QCoro::waitFor(transcriber.prepare());
         feedAudio(transcriber, tone(0.5));
         auto late = script->next();

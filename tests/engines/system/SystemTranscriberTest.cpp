@@ -2,6 +2,7 @@
 
 #include "engines/WavFile.h"
 #include "engines/system/SphinxDecoder.h"
+#include "support/TranscriberLog.h"
 
 #include <QCoro/QCoroTask>
 #include <QDir>
@@ -10,13 +11,13 @@
 #include <QSet>
 #include <QTemporaryDir>
 #include <chrono>
-#include <condition_variable>
 #include <gtest/gtest.h>
 #include <mutex>
 #include <sys/wait.h>
 #include <unistd.h>
 
 using namespace vocari;
+using test::TranscriberLog;
 
 namespace {
 
@@ -99,32 +100,31 @@ public:
         m_delay = delay;
         m_callback = std::move(callback);
     }
-    void stop() override
-    {
-        std::lock_guard lock(m_lock);
-        m_callback = nullptr;
-    }
+    void stop() override { current(nullptr); }
     std::optional<std::chrono::milliseconds> pending() const
     {
         std::lock_guard lock(m_lock);
         return m_callback ? std::optional(m_delay) : std::nullopt;
     }
-    // Calls what was last started, even if stopped since: a call already under way when the
-    // timer was stopped.
+    // Calls the given callback (one taken earlier: a call already under way when the timer
+    // was stopped), or else the pending one.
     void fire(Callback callback = nullptr)
     {
-        {
-            std::lock_guard lock(m_lock);
-            if (!callback)
-                callback = std::exchange(m_callback, nullptr);
-        }
+        if (!callback)
+            callback = current(nullptr);
         if (callback)
             callback();
     }
+    // The pending callback; with an argument, replaces it and returns the old one.
     Callback current() const
     {
         std::lock_guard lock(m_lock);
         return m_callback;
+    }
+    Callback current(Callback replacement)
+    {
+        std::lock_guard lock(m_lock);
+        return std::exchange(m_callback, std::move(replacement));
     }
 
 private:
@@ -167,70 +167,6 @@ int sharedWords(const QString &text, const QString &said)
     return int(words(text).intersect(words(said)).size());
 }
 
-// Everything a transcriber reports, in order, from whichever thread reports it.
-class Recorder
-{
-public:
-    enum Kind
-    {
-        Text,
-        Commit,
-        Status
-    };
-    struct Event
-    {
-        Kind kind;
-        QString text;
-    };
-
-    void attach(Transcriber &transcriber)
-    {
-        transcriber.setOnText([this](const QString &t) { add(Text, t); });
-        transcriber.setOnCommit([this](const QString &t) { add(Commit, t); });
-        transcriber.setOnStatus([this](const QString &t) { add(Status, t); });
-    }
-
-    void add(Kind kind, const QString &text)
-    {
-        {
-            std::lock_guard lock(m_lock);
-            m_events.push_back({kind, text});
-        }
-        m_changed.notify_all();
-    }
-
-    std::vector<Event> events() const
-    {
-        std::lock_guard lock(m_lock);
-        return m_events;
-    }
-
-    QStringList texts(Kind kind) const
-    {
-        QStringList list;
-        for (const auto &event : events()) {
-            if (event.kind == kind)
-                list << event.text;
-        }
-        return list;
-    }
-
-    // Waits (generously, for slow sanitizer builds) until an event of the kind has arrived.
-    bool waitFor(Kind kind)
-    {
-        std::unique_lock lock(m_lock);
-        return m_changed.wait_for(lock, std::chrono::minutes(2), [&] {
-            return std::any_of(m_events.begin(), m_events.end(),
-                               [&](const Event &event) { return event.kind == kind; });
-        });
-    }
-
-private:
-    mutable std::mutex m_lock;
-    std::condition_variable m_changed;
-    std::vector<Event> m_events;
-};
-
 // The message prepare() threw, if it threw one.
 std::optional<QString> prepareError(Transcriber &transcriber)
 {
@@ -256,8 +192,7 @@ TEST(SystemTranscriber, ShowsProvisionalTextThenCommitsEachPhrase)
     const auto audio = speak(kOrder, kEngineFormat, kTrailingSilence);
     ASSERT_TRUE(audio);
     SystemTranscriber transcriber(QStringLiteral("en-US"), {"Extra Cheese", "Kubernetes"});
-    Recorder recorder;
-    recorder.attach(transcriber);
+    TranscriberLog recorder(transcriber);
     ASSERT_EQ(prepareError(transcriber), std::nullopt);
     feedAll(transcriber, *audio, 1600);
     const QString text = finish(transcriber);
@@ -266,17 +201,17 @@ TEST(SystemTranscriber, ShowsProvisionalTextThenCommitsEachPhrase)
     EXPECT_EQ(text, text.trimmed());
     EXPECT_FALSE(transcriber.failure());
 
-    const auto events = recorder.events();
-    const auto firstCommit = std::find_if(events.begin(), events.end(),
-                                          [](const auto &e) { return e.kind == Recorder::Commit; });
-    ASSERT_NE(firstCommit, events.end());
     // Provisional text (never ending in the space that follows a final phrase) came first.
-    EXPECT_TRUE(std::any_of(events.begin(), firstCommit, [](const auto &e) {
-        return e.kind == Recorder::Text && !e.text.isEmpty() && !e.text.endsWith(QLatin1Char(' '));
+    const QStringList entries = recorder.entries();
+    const auto firstCommit = std::find_if(
+        entries.begin(), entries.end(), [](const QString &e) { return e.startsWith("commit: "); });
+    ASSERT_NE(firstCommit, entries.end());
+    EXPECT_TRUE(std::any_of(entries.begin(), firstCommit, [](const QString &e) {
+        return e.startsWith("text: ") && e.size() > 6 && !e.endsWith(QLatin1Char(' '));
     }));
-    const QStringList commits = recorder.texts(Recorder::Commit);
+    const QStringList commits = recorder.texts("commit");
     EXPECT_EQ(commits.join(QLatin1Char(' ')), text);
-    EXPECT_EQ(recorder.texts(Recorder::Text).last().trimmed(), text);
+    EXPECT_EQ(recorder.texts("text").last().trimmed(), text);
     for (const QString &commit : commits)
         EXPECT_EQ(commit, commit.trimmed());
     // The decoder writes in lower case; the vocabulary's spelling wins.
@@ -296,14 +231,13 @@ TEST(SystemTranscriber, AcceptsAnyCaptureFormatAndReusesTheLoadedModel)
         ASSERT_TRUE(audio);
         SystemTranscriber transcriber(QStringLiteral("en-GB"), {},
                                       SphinxModelFinder::defaultRoots(), cache.decoders);
-        Recorder recorder;
-        recorder.attach(transcriber);
+        TranscriberLog recorder(transcriber);
         ASSERT_EQ(prepareError(transcriber), std::nullopt);
         feedAll(transcriber, *audio, c.framesPerBuffer);
         const QString text = finish(transcriber);
         EXPECT_GE(sharedWords(text, kOrder), 3)
             << c.format.sampleRate << " Hz: " << qPrintable(text);
-        EXPECT_FALSE(recorder.texts(Recorder::Commit).isEmpty()) << c.format.sampleRate;
+        EXPECT_FALSE(recorder.texts("commit").isEmpty()) << c.format.sampleRate;
     }
     // One dictation after the other, the decoder was loaded once; it waits for the next one
     // for an hour.
@@ -320,24 +254,23 @@ TEST(SystemTranscriber, FinishFinalisesWhatIsStillBeingSaid)
                              kEngineFormat, kNoTrailingSilence);
     ASSERT_TRUE(audio);
     SystemTranscriber transcriber(QStringLiteral("en-US"), {});
-    Recorder recorder;
-    recorder.attach(transcriber);
+    TranscriberLog recorder(transcriber);
     ASSERT_EQ(prepareError(transcriber), std::nullopt);
     feedAll(transcriber, *audio, 800);
     const QString text = finish(transcriber);
 
-    const QStringList commits = recorder.texts(Recorder::Commit);
+    const QStringList commits = recorder.texts("commit");
     ASSERT_GE(commits.size(), 2) << qPrintable(text);
     EXPECT_GE(sharedWords(commits.first(), kOrder), 3) << qPrintable(commits.first());
     EXPECT_GE(sharedWords(commits.last(), kProject), 1) << qPrintable(commits.last());
     EXPECT_EQ(text, commits.join(QLatin1Char(' ')));
-    EXPECT_EQ(recorder.texts(Recorder::Text).last().trimmed(), text);
+    EXPECT_EQ(recorder.texts("text").last().trimmed(), text);
 
     // Finishing again, or feeding after the end, changes nothing.
-    const auto eventCount = recorder.events().size();
+    const auto eventCount = recorder.entries().size();
     feedAll(transcriber, *audio, 1600);
     EXPECT_EQ(finish(transcriber), text);
-    EXPECT_EQ(recorder.events().size(), eventCount);
+    EXPECT_EQ(recorder.entries().size(), eventCount);
 }
 
 TEST(SystemTranscriber, CancelDeliversNothingFurther)
@@ -354,26 +287,24 @@ TEST(SystemTranscriber, CancelDeliversNothingFurther)
                                                    cache.decoders);
     };
     auto transcriber = make();
-    Recorder recorder;
-    recorder.attach(*transcriber);
+    TranscriberLog recorder(*transcriber);
     ASSERT_EQ(prepareError(*transcriber), std::nullopt);
     feedAll(*transcriber, *audio, 1600);
-    ASSERT_TRUE(recorder.waitFor(Recorder::Text));
+    ASSERT_TRUE(recorder.waitFor("text"));
     transcriber->cancel();
-    const auto deliveredBeforeCancel = recorder.events().size();
+    const auto deliveredBeforeCancel = recorder.entries().size();
     feedAll(*transcriber, *audio, 1600);
     finish(*transcriber);
     transcriber.reset(); // joins the decoding thread: anything it would still send is sent now
-    EXPECT_EQ(recorder.events().size(), deliveredBeforeCancel);
-    EXPECT_TRUE(recorder.texts(Recorder::Commit).isEmpty());
+    EXPECT_EQ(recorder.entries().size(), deliveredBeforeCancel);
+    EXPECT_TRUE(recorder.texts("commit").isEmpty());
 
     // Cancelled from inside its own first callback, on the decoding thread. Its decoder is the
     // one cancelled above in mid-utterance, and starts afresh.
     auto selfCancelled = make();
-    Recorder inner;
-    inner.attach(*selfCancelled);
+    TranscriberLog inner(*selfCancelled);
     selfCancelled->setOnText([&](const QString &text) {
-        inner.add(Recorder::Text, text);
+        inner.add("text: " + text);
         selfCancelled->cancel();
     });
     ASSERT_EQ(prepareError(*selfCancelled), std::nullopt);
@@ -381,8 +312,8 @@ TEST(SystemTranscriber, CancelDeliversNothingFurther)
     finish(*selfCancelled);
     selfCancelled.reset();
     // Only the callback that cancelled; a slow model load may have sent a status line before.
-    EXPECT_EQ(inner.texts(Recorder::Text).size(), 1);
-    EXPECT_TRUE(inner.texts(Recorder::Commit).isEmpty());
+    EXPECT_EQ(inner.texts("text").size(), 1);
+    EXPECT_TRUE(inner.texts("commit").isEmpty());
     EXPECT_EQ(cache.loads(), 1);
 }
 
@@ -405,13 +336,12 @@ TEST(SystemTranscriber, ReportsLanguagesWithoutAUsableModel)
     QLoggingCategory::setFilterRules(QStringLiteral("vocari.engine.system.warning=false"));
     for (const auto &[locale, roots, message] : cases) {
         SystemTranscriber transcriber(locale, {}, roots);
-        Recorder recorder;
-        recorder.attach(transcriber);
+        TranscriberLog recorder(transcriber);
         EXPECT_EQ(prepareError(transcriber), message) << qPrintable(locale);
         feedAll(transcriber, *audio, 1600);
         EXPECT_EQ(finish(transcriber), QString());
         transcriber.cancel();
-        EXPECT_TRUE(recorder.events().empty());
+        EXPECT_TRUE(recorder.entries().isEmpty());
         EXPECT_FALSE(transcriber.failure());
     }
     QLoggingCategory::setFilterRules(QString());

@@ -46,42 +46,33 @@ TEST(ModelSet, LoadsBothLayoutsWithWhatTheNetworksDeclare)
     EXPECT_EQ(loadModelSet(fp32.path())->layout.kind, ModelLayout::Kind::CommunityFp32);
 }
 
-TEST(ModelSet, MissingFoldersAndFilesAreNamed)
+TEST(ModelSet, MissingOrDamagedFilesAreOneLineErrorsNamingTheFile)
 {
     const QString absent = QDir::cleanPath(fixturePath("no-such-model"));
     EXPECT_EQ(loadError(absent), QStringLiteral("The model folder %1 does not exist.").arg(absent));
 
-    ModelCopy copy("split");
-    copy.remove("JointDecisionv3.onnx");
-    copy.remove("parakeet_v3_vocab.json");
-    EXPECT_EQ(loadError(copy.path()),
+    ModelCopy missing("split");
+    missing.remove("JointDecisionv3.onnx");
+    missing.remove("parakeet_v3_vocab.json");
+    EXPECT_EQ(loadError(missing.path()),
               QStringLiteral("The model folder %1 is missing JointDecisionv3.onnx, "
                              "parakeet_v3_vocab.json.")
-                  .arg(copy.path()));
-}
+                  .arg(missing.path()));
 
-TEST(ModelSet, DamagedFilesAreOneLineErrorsNamingTheFile)
-{
-    ModelCopy corrupt("split");
-    corrupt.write("Encoder.onnx", QByteArray(4096, '\x7f'));
-    QString message = loadError(corrupt.path());
-    EXPECT_TRUE(message.startsWith("Encoder.onnx is not a network that can be loaded: "))
-        << message.toStdString();
-    EXPECT_FALSE(message.contains(u'\n'));
-
-    ModelCopy empty("community");
-    empty.write("nemo128.onnx", {});
-    message = loadError(empty.path());
-    EXPECT_TRUE(message.startsWith("nemo128.onnx is not a network that can be loaded"))
-        << message.toStdString();
-
-    ModelCopy badJson("split");
-    badJson.write("parakeet_v3_vocab.json", R"(["not", "an", "object"])");
-    EXPECT_EQ(loadError(badJson.path()), "parakeet_v3_vocab.json is not a JSON object of strings.");
-
-    ModelCopy noBlank("community");
-    noBlank.write("vocab.txt", "a 0\nb 1\n");
-    EXPECT_EQ(loadError(noBlank.path()), "vocab.txt has no \"<blk>\" token.");
+    // (fixture, file, damaged content, start of the message)
+    const std::vector<std::tuple<const char *, const char *, QByteArray, QString>> damaged{
+        {"split", "Encoder.onnx", QByteArray(4096, '\x7f'),
+         "Encoder.onnx is not a network that can be loaded: "},
+        {"community", "nemo128.onnx", {}, "nemo128.onnx is not a network that can be loaded"},
+        {"split", "parakeet_v3_vocab.json", R"(["not", "an", "object"])",
+         "parakeet_v3_vocab.json is not a JSON object of strings."},
+        {"community", "vocab.txt", "a 0\nb 1\n", "vocab.txt has no \"<blk>\" token."}};
+    for (const auto &[fixture, file, content, start] : damaged) {
+        ModelCopy copy(fixture);
+        copy.write(file, content);
+        const QString message = loadError(copy.path());
+        EXPECT_TRUE(message.startsWith(start) && !message.contains(u'\n')) << qPrintable(message);
+    }
 
     // A bad vocabulary and a bad network at once: the vocabulary, read while the networks
     // load, is reported, and nothing is left running.
@@ -104,13 +95,14 @@ TEST(ModelSet, NetworksThatBreakTheContractAreRefusedNamingTheTensor)
               "for the 13 tokens of vocab.txt and the durations.");
 
     // Networks of one layout in the folder of another.
-    ModelCopy mixed("split");
-    QFile::remove(mixed.file("Preprocessor.onnx"));
-    QFile::copy(fixturePath("community/nemo128.onnx"), mixed.file("Preprocessor.onnx"));
-    EXPECT_EQ(loadError(mixed.path()), "Preprocessor.onnx has an unexpected input \"waveforms\".");
-
-    ModelCopy swapped("split");
-    QFile::remove(swapped.file("Decoder.onnx"));
-    QFile::copy(fixturePath("split/JointDecisionv3.onnx"), swapped.file("Decoder.onnx"));
-    EXPECT_EQ(loadError(swapped.path()), "Decoder.onnx has an unexpected input \"encoder_step\".");
+    const auto swapIn = [](const char *source, const QString &target) {
+        ModelCopy copy("split");
+        copy.remove(target);
+        QFile::copy(fixturePath(source), copy.file(target));
+        return loadError(copy.path());
+    };
+    EXPECT_EQ(swapIn("community/nemo128.onnx", "Preprocessor.onnx"),
+              "Preprocessor.onnx has an unexpected input \"waveforms\".");
+    EXPECT_EQ(swapIn("split/JointDecisionv3.onnx", "Decoder.onnx"),
+              "Decoder.onnx has an unexpected input \"encoder_step\".");
 }

@@ -41,13 +41,12 @@ void makeModel(const QString &folder, const QString &code, bool damagedAcousticM
 TEST(SphinxModelFinder, NamesFoldersForALocale)
 {
     using SphinxModelFinder::candidateCodes;
-    EXPECT_EQ(candidateCodes(QStringLiteral("en-GB")), QStringList({"en-gb", "en", "en-us"}));
-    EXPECT_EQ(candidateCodes(QStringLiteral("en-US")), QStringList({"en-us", "en"}));
-    EXPECT_EQ(candidateCodes(QStringLiteral("de_DE.UTF-8")), QStringList({"de-de", "de"}));
-    EXPECT_EQ(candidateCodes(QStringLiteral("fr")), QStringList({"fr"}));
-    EXPECT_TRUE(candidateCodes(QString()).isEmpty());
-    EXPECT_TRUE(candidateCodes(QStringLiteral("../../etc")).isEmpty());
-    EXPECT_TRUE(candidateCodes(QStringLiteral("de/DE")).isEmpty());
+    EXPECT_EQ(candidateCodes("en-GB"), QStringList({"en-gb", "en", "en-us"}));
+    EXPECT_EQ(candidateCodes("en-US"), QStringList({"en-us", "en"}));
+    EXPECT_EQ(candidateCodes("de_DE.UTF-8"), QStringList({"de-de", "de"}));
+    EXPECT_EQ(candidateCodes("fr"), QStringList({"fr"}));
+    for (const char *unsafe : {"", "../../etc", "de/DE"})
+        EXPECT_TRUE(candidateCodes(unsafe).isEmpty()) << unsafe;
 }
 
 TEST(SphinxModelFinder, PrefersTheWholeLocaleAndTheUsersFolderAndSkipsUnusableOnes)
@@ -79,41 +78,16 @@ TEST(SphinxModelFinder, PrefersTheWholeLocaleAndTheUsersFolderAndSkipsUnusableOn
     EXPECT_FALSE(SphinxModelFinder::find(QStringLiteral("de-DE"), {}));
 }
 
-TEST(SphinxModelFinder, FindsDebiansEnglishModelForEveryEnglishLocale)
-{
-    QTemporaryDir emptyUserData;
-    qputenv("XDG_DATA_HOME", emptyUserData.path().toLocal8Bit());
-    for (const char *locale : {"en-US", "en-GB", "en"}) {
-        const auto model = SphinxModelFinder::find(QLatin1String(locale));
-        ASSERT_TRUE(model) << locale;
-        EXPECT_EQ(model->acousticModel,
-                  QStringLiteral("/usr/share/pocketsphinx/model/en-us/en-us"));
-        EXPECT_EQ(model->languageModel,
-                  QStringLiteral("/usr/share/pocketsphinx/model/en-us/en-us.lm.bin"));
-        EXPECT_EQ(model->dictionary,
-                  QStringLiteral("/usr/share/pocketsphinx/model/en-us/cmudict-en-us.dict"));
-    }
-    EXPECT_FALSE(SphinxModelFinder::find(QStringLiteral("xx-YY")));
-    qunsetenv("XDG_DATA_HOME");
-}
-
 TEST(VocabularySpelling, WritesTermsAsTheUserSpellsThem)
 {
     const VocabularySpelling spelling(
         {"GitHub", " New  York ", "New York City", "", "Qt", "iPhone"});
-    EXPECT_EQ(spelling.apply(QStringLiteral("push it to github today")),
-              QStringLiteral("push it to GitHub today"));
-    EXPECT_EQ(spelling.apply(QStringLiteral("new york city is not new york state")),
-              QStringLiteral("New York City is not New York state"));
+    EXPECT_EQ(spelling.apply("push it to github today"), "push it to GitHub today");
+    EXPECT_EQ(spelling.apply("new york city is not new york state"),
+              "New York City is not New York state");
     // Whole words only.
-    EXPECT_EQ(spelling.apply(QStringLiteral("githubs and iphones")),
-              QStringLiteral("githubs and iphones"));
-    EXPECT_EQ(spelling.apply(QStringLiteral("new")), QStringLiteral("new"));
-    EXPECT_EQ(spelling.apply(QString()), QString());
-
-    const VocabularySpelling none;
-    EXPECT_TRUE(none.isEmpty());
-    EXPECT_EQ(none.apply(QStringLiteral("github")), QStringLiteral("github"));
+    EXPECT_EQ(spelling.apply("githubs and iphones new"), "githubs and iphones new");
+    EXPECT_EQ(VocabularySpelling().apply("github"), "github");
 }
 
 TEST(ResultRelay, TurnsResultsIntoTextAndPhrases)
@@ -123,21 +97,17 @@ TEST(ResultRelay, TurnsResultsIntoTextAndPhrases)
     ResultRelay relay([&](const QString &t) { texts << t; },
                       [&](const QString &t) { commits << t; });
 
-    relay.apply(QStringLiteral("hello"), false);
-    relay.apply(QStringLiteral("hello world"), true);
+    relay.apply("hello", false);
+    relay.apply("hello world", true);
     EXPECT_EQ(texts, QStringList({"hello", "hello world "}));
     EXPECT_EQ(commits, QStringList({"hello world"}));
 
     // A blank final result changes the text but is no phrase.
-    relay.apply(QStringLiteral(" \n "), true);
-    EXPECT_EQ(texts.size(), 3);
-    EXPECT_EQ(texts.last(), QStringLiteral("hello world  \n  "));
+    relay.apply(" \n ", true);
+    EXPECT_EQ(texts.last(), "hello world  \n  ");
     EXPECT_EQ(commits.size(), 1);
-
-    relay.apply(QStringLiteral("  over there "), false);
-    EXPECT_EQ(relay.text(), QStringLiteral("hello world  \n    over there"));
-    relay.apply(QStringLiteral(" again "), true);
-    EXPECT_EQ(commits.last(), QStringLiteral("again"));
+    relay.apply(" again ", true);
+    EXPECT_EQ(commits.last(), "again");
 }
 
 TEST(DeliveryGate, ClosingWaitsForCallsInFlightAndRefusesLaterOnes)

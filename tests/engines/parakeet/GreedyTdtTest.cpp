@@ -12,45 +12,33 @@ namespace {
 constexpr int64_t kBlank = 100;
 
 // A joint network scripted by a function of (frame value, last token), recording every call.
-class ScriptedStepper : public TokenStepper
+struct ScriptedStepper : TokenStepper
 {
-public:
     using Script = std::function<JointDecision(float frameValue, int64_t lastToken)>;
 
     explicit ScriptedStepper(Script script, int64_t width = 2)
-        : m_script(std::move(script)), m_frame(size_t(width))
+        : script(std::move(script)), values(size_t(width))
     {
     }
-
     int64_t blankId() const override { return kBlank; }
-    void start() override
-    {
-        ++starts;
-        last = kBlank;
-    }
-    std::span<float> frame() override { return m_frame; }
+    void start() override { ++starts, last = kBlank; }
+    std::span<float> frame() override { return values; }
     JointDecision decide() override
     {
-        visited.push_back(m_frame[0]);
+        visited.push_back(values[0]);
         if (onDecide)
             onDecide();
-        return m_script(m_frame[0], last);
+        return script(values[0], last);
     }
-    void accept(int64_t token) override
-    {
-        accepted.push_back(token);
-        last = token;
-    }
+    void accept(int64_t token) override { accepted.push_back(last = token); }
 
+    Script script;
+    std::vector<float> values;
     int starts = 0;
     int64_t last = kBlank;
     std::vector<float> visited; // first value of the frame at every joint run
     std::vector<int64_t> accepted;
     std::function<void()> onDecide;
-
-private:
-    Script m_script;
-    std::vector<float> m_frame;
 };
 
 // Encoder frames [1, width, length] in row-major order where frame t holds t + d / 10.
@@ -83,8 +71,7 @@ TEST(GreedyTdt, BlankAndDurationRules)
 
     // The same token with duration 0 forever: exactly eight tokens per frame.
     ScriptedStepper repeat([](float, int64_t) { return JointDecision{7, 0}; });
-    const auto repeated = greedyTDT(frames.view, 3, repeat, {});
-    EXPECT_EQ(repeated, std::vector<int64_t>(24, 7));
+    EXPECT_EQ(greedyTDT(frames.view, 3, repeat, {}), std::vector<int64_t>(24, 7));
     EXPECT_EQ(repeat.accepted.size(), 24u);
     EXPECT_EQ(repeat.visited.size(), 24u);
 

@@ -35,8 +35,6 @@ int64_t encoderFrames(int64_t samples)
 TEST(ParakeetInference, ToneSentenceDecodesInBothLayouts)
 {
     const auto &sentence = ToneSentence::load();
-    ASSERT_EQ(sentence.phrases.size(), 2);
-    ASSERT_EQ(sentence.text, "Hello, world. This is Vocari.");
 
     for (const char *fixture : {"split", "split-dynamic", "community"}) {
         SCOPED_TRACE(fixture);
@@ -108,10 +106,9 @@ TEST(ParakeetInference, StopIsHonouredBeforeAnyStageAndInsideTheSearch)
     const auto &sentence = ToneSentence::load();
     std::stop_source stopped;
     stopped.request_stop();
-    EXPECT_THROW(decode(sentence.samples(), *models("split"), stopped.get_token()),
-                 TranscriptionCancelled);
-    EXPECT_THROW(decode(sentence.samples(), *models("community"), stopped.get_token()),
-                 TranscriptionCancelled);
+    for (const char *fixture : {"split", "community"})
+        EXPECT_THROW(decode(sentence.samples(), *models(fixture), stopped.get_token()),
+                     TranscriptionCancelled);
 
     // A stop from another thread while a long input is being searched.
     std::stop_source source;

@@ -122,6 +122,12 @@ TEST(ParakeetRuntime, DropsTheSetOnRequestOnMemoryPressureAndWhenIdle)
     runtime.models(split).waitForFinished();
     EXPECT_EQ(runtime.status().loads, 3);
 
+    // Pressure is watched only where the kernel offers it, and not when asked not to.
+    EXPECT_FALSE(MemoryPressureMonitor([] {}, "/nonexistent/pressure/memory").isActive());
+    EXPECT_FALSE(runtime.watchesMemoryPressure());
+    EXPECT_EQ(ParakeetRuntime(ParakeetRuntime::Options{}).watchesMemoryPressure(),
+              MemoryPressureMonitor([] {}).isActive());
+
     // An idle runtime drops its set once the idle delay has passed since the last use.
     ParakeetRuntime brief(quiet(50ms));
     EXPECT_EQ(textOf(brief, sentence.phrase(0), split), sentence.phrases[0]);
@@ -168,13 +174,4 @@ TEST(ParakeetRuntime, ErrorsAndCancellationReachTheCallerAndTheRuntimeGoesOn)
     }));
     std::lock_guard guard(lock);
     EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3, 4, 5}));
-}
-
-TEST(ParakeetRuntime, WatchesMemoryPressureOnlyWhereTheKernelOffersIt)
-{
-    MemoryPressureMonitor absent([] {}, "/nonexistent/pressure/memory");
-    EXPECT_FALSE(absent.isActive());
-    EXPECT_FALSE(ParakeetRuntime(quiet()).watchesMemoryPressure());
-    ParakeetRuntime listening(ParakeetRuntime::Options{});
-    EXPECT_EQ(listening.watchesMemoryPressure(), MemoryPressureMonitor([] {}).isActive());
 }

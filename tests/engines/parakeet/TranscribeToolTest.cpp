@@ -57,7 +57,6 @@ TEST(TranscribeTool, PrintsTheTextOfEachFilePhraseByPhrase)
     const QJsonObject file =
         QJsonDocument::fromJson(json.out.toUtf8()).object()["files"].toArray()[0].toObject();
     EXPECT_EQ(file["text"].toString(), sentence.text);
-    EXPECT_NEAR(file["audioSeconds"].toDouble(), 5.8, 0.01);
     const QJsonArray phrases = file["phrases"].toArray();
     ASSERT_EQ(phrases.size(), 2);
     for (int i = 0; i < 2; ++i)
@@ -96,7 +95,8 @@ TEST(TranscribeTool, BadInputIsAOneLineErrorAndAFailingExit)
     fails({"--engine", "system", "--language", "ja-JP", wav},
           ": Speech recognition is unavailable for this language.");
 
-    EXPECT_EQ(transcribe({"--model", model}).exitCode, 2);
-    EXPECT_EQ(transcribe({wav}).exitCode, 2);
-    EXPECT_EQ(transcribe({"--engine", "whisper", wav}).exitCode, 2);
+    // Usage errors.
+    for (const QStringList &arguments :
+         {QStringList{"--model", model}, QStringList{wav}, QStringList{"--engine", "whisper", wav}})
+        EXPECT_EQ(transcribe(arguments).exitCode, 2) << arguments.join(' ').toStdString();
 }

@@ -7,6 +7,7 @@
 
 #include <QCoroTask>
 #include <cmath>
+#include <condition_variable>
 #include <deque>
 #include <gtest/gtest.h>
 #include <numbers>
@@ -23,28 +24,26 @@ void feedAudio(Transcriber &transcriber, const std::vector<float> &mono, double 
                int channels = 1)
 {
     std::vector<float> interleaved;
-    interleaved.reserve(mono.size() * size_t(channels));
     for (float sample : mono)
         interleaved.insert(interleaved.end(), size_t(channels), sample);
-    const size_t step = 2048 * size_t(channels);
-    for (size_t at = 0; at < interleaved.size(); at += step) {
-        const size_t n = std::min(step, interleaved.size() - at);
-        transcriber.feed(
-            AudioBuffer::fromInterleaved({rate, channels}, std::span(interleaved).subspan(at, n)));
-    }
+    const std::span all(interleaved);
+    for (size_t at = 0, step = 2048 * size_t(channels); at < all.size(); at += step)
+        transcriber.feed(AudioBuffer::fromInterleaved(
+            {rate, channels}, all.subspan(at, std::min(step, all.size() - at))));
 }
 
-std::vector<float> tone(double seconds, double frequency = 600)
+// A 600 Hz tone (speech to the segmenter), or silence, at 16 kHz.
+std::vector<float> tone(double seconds, float amplitude = 0.3f)
 {
     std::vector<float> out(size_t(seconds * 16000));
     for (size_t i = 0; i < out.size(); ++i)
-        out[i] = 0.3f * float(std::sin(2 * std::numbers::pi * frequency * double(i) / 16000));
+        out[i] = amplitude * float(std::sin(2 * std::numbers::pi * 600 * double(i) / 16000));
     return out;
 }
 
 std::vector<float> silence(double seconds)
 {
-    return std::vector<float>(size_t(seconds * 16000), 0.0f);
+    return tone(seconds, 0.0f);
 }
 
 std::vector<float> operator+(std::vector<float> a, const std::vector<float> &b)
@@ -101,10 +100,8 @@ private:
         void recognize(std::vector<float> samples, std::stop_token stop,
                        PhraseCallback done) override
         {
-            {
-                std::lock_guard lock(script->m_lock);
-                script->m_requests.push_back({std::move(samples), stop, std::move(done)});
-            }
+            std::lock_guard lock(script->m_lock);
+            script->m_requests.push_back({std::move(samples), stop, std::move(done)});
             script->m_changed.notify_all();
         }
         std::shared_ptr<Script> script;
@@ -115,10 +112,7 @@ private:
     std::deque<Request> m_requests;
 };
 
-ParakeetTranscriber::Options noDrafts()
-{
-    return {std::chrono::hours(1)};
-}
+const ParakeetTranscriber::Options noDrafts{std::chrono::hours(1)};
 
 } // namespace
 
@@ -131,7 +125,7 @@ TEST(ParakeetTranscriber, PhrasesAreCommittedAsTheyAreCutThroughBothLayouts)
             SCOPED_TRACE(std::string(fixture) + (eager ? " eager" : " normal"));
             ParakeetTranscriber transcriber(
                 std::make_unique<RuntimeRecognizer>(runtime, fixturePath(fixture)), eager,
-                noDrafts());
+                noDrafts);
             TranscriberLog log(transcriber);
             QCoro::waitFor(transcriber.prepare());
             // A 44.1 kHz stereo device, as in a real dictation.
@@ -149,7 +143,7 @@ TEST(ParakeetTranscriber, SilenceAndEmptyPhrasesGiveNoCallbacks)
 {
     ParakeetRuntime runtime({std::chrono::hours(1), false});
     ParakeetTranscriber quiet(std::make_unique<RuntimeRecognizer>(runtime, fixturePath("split")),
-                              false, noDrafts());
+                              false, noDrafts);
     TranscriberLog log(quiet);
     QCoro::waitFor(quiet.prepare());
     feedAudio(quiet, silence(5));
@@ -158,7 +152,7 @@ TEST(ParakeetTranscriber, SilenceAndEmptyPhrasesGiveNoCallbacks)
 
     // A phrase that transcribes to nothing is not committed.
     auto script = std::make_shared<Script>();
-    ParakeetTranscriber scripted(script->recognizer(), true, noDrafts());
+    ParakeetTranscriber scripted(script->recognizer(), true, noDrafts);
     TranscriberLog scriptedLog(scripted);
     QCoro::waitFor(scripted.prepare());
     EXPECT_EQ(script->warmUps, 1);
@@ -173,7 +167,7 @@ TEST(ParakeetTranscriber, SilenceAndEmptyPhrasesGiveNoCallbacks)
     EXPECT_EQ(scriptedLog.entries(), QStringList({"text: B", "commit: B"}));
 
     // finish() without prepare() has nothing to wait for.
-    ParakeetTranscriber unprepared(script->recognizer(), false, noDrafts());
+    ParakeetTranscriber unprepared(script->recognizer(), false, noDrafts);
     feedAudio(unprepared, tone(1));
     EXPECT_EQ(QCoro::waitFor(unprepared.finish()), "");
 }
@@ -181,7 +175,7 @@ TEST(ParakeetTranscriber, SilenceAndEmptyPhrasesGiveNoCallbacks)
 TEST(ParakeetTranscriber, AFailedPhraseIsReportedAndTheDictationGoesOn)
 {
     auto script = std::make_shared<Script>();
-    ParakeetTranscriber transcriber(script->recognizer(), true, noDrafts());
+    ParakeetTranscriber transcriber(script->recognizer(), true, noDrafts);
     TranscriberLog log(transcriber);
     QCoro::waitFor(transcriber.prepare());
     feedAudio(transcriber, tone(1) + silence(1) + tone(1) + silence(1) + tone(1));
@@ -204,8 +198,7 @@ TEST(ParakeetTranscriber, AFailedPhraseIsReportedAndTheDictationGoesOn)
 TEST(ParakeetTranscriber, CancelStopsAtOnceAndDeliversNothingMore)
 {
     auto script = std::make_shared<Script>();
-    auto transcriber =
-        std::make_unique<ParakeetTranscriber>(script->recognizer(), true, noDrafts());
+    auto transcriber = std::make_unique<ParakeetTranscriber>(script->recognizer(), true, noDrafts);
     TranscriberLog log(*transcriber);
     QCoro::waitFor(transcriber->prepare());
     feedAudio(*transcriber, tone(1) + silence(1) + tone(1) + silence(1));

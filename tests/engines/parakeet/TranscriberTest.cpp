@@ -84,6 +84,14 @@ public:
         m_requests.pop_front();
         return request;
     }
+    // Answers the next request; false if none came.
+    bool answerNext(const QString &text)
+    {
+        auto request = next();
+        if (request)
+            request->answer(text);
+        return bool(request);
+    }
     size_t pending()
     {
         std::lock_guard lock(m_lock);
@@ -157,12 +165,8 @@ TEST(ParakeetTranscriber, SilenceAndEmptyPhrasesGiveNoCallbacks)
     QCoro::waitFor(scripted.prepare());
     EXPECT_EQ(script->warmUps, 1);
     feedAudio(scripted, tone(1) + silence(1) + tone(1) + silence(1));
-    auto first = script->next();
-    ASSERT_TRUE(first);
-    first->answer("");
-    auto second = script->next();
-    ASSERT_TRUE(second);
-    second->answer("B");
+    ASSERT_TRUE(script->answerNext(""));
+    ASSERT_TRUE(script->answerNext("B"));
     EXPECT_EQ(QCoro::waitFor(scripted.finish()), "B");
     EXPECT_EQ(scriptedLog.entries(), QStringList({"text: B", "commit: B"}));
 
@@ -182,13 +186,9 @@ TEST(ParakeetTranscriber, AFailedPhraseIsReportedAndTheDictationGoesOn)
     auto first = script->next();
     ASSERT_TRUE(first);
     first->fail("Decoder.onnx failed: out of memory");
-    auto second = script->next();
-    ASSERT_TRUE(second);
-    second->answer("second");
+    ASSERT_TRUE(script->answerNext("second"));
     auto finished = transcriber.finish();
-    auto last = script->next(); // the flushed tail
-    ASSERT_TRUE(last);
-    last->answer("third");
+    ASSERT_TRUE(script->answerNext("third")); // the flushed tail
     EXPECT_EQ(QCoro::waitFor(std::move(finished)), "second third");
     EXPECT_EQ(transcriber.failure(), "Decoder.onnx failed: out of memory");
     EXPECT_EQ(log.entries(), QStringList({"text: second", "commit: second", "text: second third",
@@ -283,9 +283,7 @@ TEST(ParakeetTranscriber, DraftsShowTheUnfinishedPhraseOnlyWhileItIsCurrent)
         auto finishing = transcriber.finish();
         EXPECT_TRUE(late->stop.stop_requested());
         late->answer("late");
-        auto phrase = script->next();
-        ASSERT_TRUE(phrase);
-        phrase->answer("final");
+        ASSERT_TRUE(script->answerNext("final"));
         EXPECT_EQ(QCoro::waitFor(std::move(finishing)), "final");
         EXPECT_EQ(log.entries(), QStringList({"text: final", "commit: final"}));
     }

@@ -10,7 +10,7 @@ namespace {
 
 constexpr int64_t kSecond = 16000;
 
-// A square wave of the given amplitude: its RMS over any whole frame is the amplitude.
+// A square wave of the given amplitude (its RMS over any whole frame), or silence.
 std::vector<float> tone(int64_t samples, float amplitude = 0.1f)
 {
     std::vector<float> out(static_cast<size_t>(samples));
@@ -21,7 +21,7 @@ std::vector<float> tone(int64_t samples, float amplitude = 0.1f)
 
 std::vector<float> silence(int64_t samples)
 {
-    return std::vector<float>(size_t(samples), 0.0f);
+    return tone(samples, 0.0f);
 }
 
 struct Recorder
@@ -123,11 +123,8 @@ TEST(Segmenter, APauseCutsOnceTheSoftLimitIsReachedKeepingOnlyTheTail)
 TEST(Segmenter, ContinuousSpeechIsCutAtTheHardLimitWithoutTrimming)
 {
     Recorder r;
-    const auto speech = tone(30 * kSecond);
-    for (size_t at = 0; at < speech.size(); at += 2048)
-        r.feed(std::vector<float>(speech.begin() + std::ptrdiff_t(at),
-                                  speech.begin() +
-                                      std::ptrdiff_t(std::min(at + 2048, speech.size()))));
+    for (int64_t fed = 0; fed < 30 * kSecond; fed += 2048)
+        r.feed(tone(std::min<int64_t>(2048, 30 * kSecond - fed)));
     ASSERT_EQ(r.segments.size(), 2u);
     EXPECT_EQ(r.size(0), Segmenter::hardLimit);
     EXPECT_EQ(r.size(1), Segmenter::hardLimit);

@@ -43,12 +43,6 @@ TEST(TextProcessorRules, ParsesSeparatorsTrimmingLineBreaksAndSkippedLines)
     EXPECT_EQ(parsed(u"a = 1\r\nb = 2\rc = 3\u0085d = 4\u2028e = 5\u2029f = 6\vg = 7\fh = 8"),
               everyBreak);
     EXPECT_TRUE(TextProcessor::rules(u"\n\n   \n").empty());
-
-    const auto lines = TextProcessor::lines(u"\r\n\r\none\r\n\r\ntwo\n");
-    ASSERT_EQ(lines.size(), 2);
-    EXPECT_EQ(lines[0].toString(), "one");
-    EXPECT_EQ(lines[1].toString(), "two");
-    EXPECT_TRUE(TextProcessor::lines(u"").isEmpty());
 }
 
 TEST(TextProcessorApply, MatchesWholeWordsRegardlessOfCase)

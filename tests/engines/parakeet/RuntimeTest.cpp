@@ -50,30 +50,17 @@ QString failureOf(ParakeetRuntime &runtime, std::vector<float> samples, const QS
 
 } // namespace
 
-TEST(ParakeetRuntime, TranscribesAndReusesTheLoadedSet)
+TEST(ParakeetRuntime, ReusesTheLoadedSetUntilAnotherFolderReplacesItAndFailedLoadsLeaveItAlone)
 {
     const auto &sentence = ToneSentence::load();
     ParakeetRuntime runtime(quiet());
-
     EXPECT_EQ(textOf(runtime, sentence.phrase(0), folder("split")), sentence.phrases[0]);
     // The same folder, spelt differently, is the same set: no second load.
     EXPECT_EQ(textOf(runtime, sentence.phrase(1), fixturePath("split") + "/"), sentence.phrases[1]);
-    auto status = runtime.status();
-    EXPECT_EQ(status.loads, 1);
-    EXPECT_EQ(status.loadedDirectory, folder("split"));
-    EXPECT_TRUE(status.unloadScheduled);
+    EXPECT_EQ(runtime.status().loads, 1);
+    EXPECT_EQ(runtime.status().loadedDirectory, folder("split"));
+    EXPECT_TRUE(runtime.status().unloadScheduled);
 
-    // The load time is logged only when there was a load worth naming.
-    EXPECT_EQ(ParakeetRuntime::chunkLogLine(3.2, 0.41, 2.87),
-              "chunk 3.2 s of audio → 0.41 s (load 2.87 s)");
-    EXPECT_EQ(ParakeetRuntime::chunkLogLine(3.24, 0.414, 0.05), "chunk 3.2 s of audio → 0.41 s");
-}
-
-TEST(ParakeetRuntime, AnotherFolderReplacesTheSetAndAFailedLoadLeavesItAlone)
-{
-    const auto &sentence = ToneSentence::load();
-    ParakeetRuntime runtime(quiet());
-    EXPECT_EQ(textOf(runtime, sentence.phrase(0), folder("split")), sentence.phrases[0]);
     EXPECT_EQ(textOf(runtime, sentence.phrase(0), folder("community")), sentence.phrases[0]);
     EXPECT_EQ(runtime.status().loads, 2);
     EXPECT_EQ(runtime.status().loadedDirectory, folder("community"));

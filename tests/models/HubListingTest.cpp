@@ -35,12 +35,13 @@ DownloadPlan planOf(const std::vector<HubItem> &items)
     return std::get_if<DownloadPlan>(&result) ? std::get<DownloadPlan>(result) : DownloadPlan();
 }
 
-std::optional<DownloadError> planError(const std::vector<HubItem> &items)
+DownloadError planError(const std::vector<HubItem> &items)
 {
     auto result = HubListing::plan(items);
     if (auto *error = std::get_if<DownloadError>(&result))
         return *error;
-    return std::nullopt;
+    ADD_FAILURE() << "a plan where an error was expected";
+    return DownloadError::cancelled();
 }
 
 } // namespace
@@ -94,10 +95,7 @@ TEST(HubListing, AcceptsOnlyPathsThatStayInsideTheStagingFolder)
     for (const QString &name : test::communityInt8Files())
         items.push_back(file(name));
     items.push_back(file(QStringLiteral("../x")));
-    const auto error = planError(items);
-    ASSERT_TRUE(error);
-    EXPECT_EQ(error->kind(), DownloadError::Kind::UnsafePath);
-    EXPECT_EQ(error->message(), "That repository lists an unsafe file path.");
+    EXPECT_EQ(planError(items).kind(), DownloadError::Kind::UnsafePath);
 }
 
 TEST(HubListing, FetchesTheFilesOfTheFirstCompleteLayoutInListingOrder)
@@ -142,44 +140,32 @@ TEST(HubListing, FetchesTheFilesOfTheFirstCompleteLayoutInListingOrder)
 
 TEST(HubListing, NamesWhatTheClosestLayoutLacks)
 {
-    const auto partial = planError({file("nemo128.onnx"), file("vocab.txt"), file("README.md")});
-    ASSERT_TRUE(partial);
-    EXPECT_EQ(partial->kind(), DownloadError::Kind::Incompatible);
-    EXPECT_EQ(partial->message(),
-              "That repository isn't a compatible Parakeet ONNX export. Missing: "
-              "encoder-model.int8.onnx, decoder_joint-model.int8.onnx.");
-
-    const auto splitMostly =
-        planError({file("Preprocessor.onnx"), file("Encoder.onnx"), file("JointDecisionv3.onnx")});
-    ASSERT_TRUE(splitMostly);
-    EXPECT_EQ(splitMostly->message(),
-              "That repository isn't a compatible Parakeet ONNX export. Missing: "
-              "Decoder.onnx, parakeet_v3_vocab.json.");
-
-    const auto empty = planError({});
-    ASSERT_TRUE(empty);
-    EXPECT_EQ(empty->message(),
-              "That repository isn't a compatible Parakeet ONNX export. Missing: nemo128.onnx, "
-              "encoder-model.int8.onnx, decoder_joint-model.int8.onnx, vocab.txt.");
+    const struct
+    {
+        std::vector<HubItem> items;
+        QString missing;
+    } cases[] = {
+        {{file("nemo128.onnx"), file("vocab.txt"), file("README.md")},
+         "encoder-model.int8.onnx, decoder_joint-model.int8.onnx"},
+        {{file("Preprocessor.onnx"), file("Encoder.onnx"), file("JointDecisionv3.onnx")},
+         "Decoder.onnx, parakeet_v3_vocab.json"},
+        {{}, "nemo128.onnx, encoder-model.int8.onnx, decoder_joint-model.int8.onnx, vocab.txt"},
+    };
+    for (const auto &c : cases) {
+        const DownloadError error = planError(c.items);
+        EXPECT_EQ(error.kind(), DownloadError::Kind::Incompatible);
+        EXPECT_EQ(error.message(),
+                  "That repository isn't a compatible Parakeet ONNX export. Missing: " + c.missing +
+                      ".");
+    }
 }
 
 TEST(HubEndpoint, BuildsEncodedAddressesUnderTheConfiguredHost)
 {
-    {
-        test::ScopedEnvironment endpoint("HF_ENDPOINT", std::nullopt);
-        test::ScopedEnvironment token("HF_TOKEN", std::nullopt);
-        const HubEndpoint hub = HubEndpoint::fromEnvironment();
-        EXPECT_EQ(hub.address(), "https://huggingface.co");
-        EXPECT_EQ(hub.listingUrl("istupakov/parakeet-tdt-0.6b-v3-onnx").toEncoded(),
-                  "https://huggingface.co/api/models/istupakov/parakeet-tdt-0.6b-v3-onnx/tree/"
-                  "main?recursive=true");
-        EXPECT_EQ(hub.fileUrl("a/b", "onnx/vocab.txt").toEncoded(),
-                  "https://huggingface.co/a/b/resolve/main/onnx/vocab.txt");
-        EXPECT_TRUE(hub.request(hub.fileUrl("a/b", "x")).rawHeader("Authorization").isEmpty());
-    }
-
     const HubEndpoint mirror(QStringLiteral("http://127.0.0.1:8080/mirror/"));
     EXPECT_TRUE(mirror.isUsable());
+    EXPECT_EQ(mirror.listingUrl("a/b").toEncoded(),
+              "http://127.0.0.1:8080/mirror/api/models/a/b/tree/main?recursive=true");
     EXPECT_EQ(mirror.fileUrl("a/b", "x").toEncoded(),
               "http://127.0.0.1:8080/mirror/a/b/resolve/main/x");
 
@@ -191,8 +177,6 @@ TEST(HubEndpoint, BuildsEncodedAddressesUnderTheConfiguredHost)
                                "dir%201/file%2520%C3%A9%2B%23%3F.bin");
     EXPECT_EQ(QUrl::fromPercentEncoding(odd.path(QUrl::FullyEncoded).toUtf8()),
               QString::fromUtf8("/mirror/o#1/n?2/resolve/main/dir 1/file%20é+#?.bin"));
-    EXPECT_FALSE(odd.hasQuery());
-    EXPECT_FALSE(odd.hasFragment());
     // Dot segments stay names instead of climbing out of the path.
     EXPECT_EQ(HubEndpoint::encodePath(QStringLiteral("../x/./y")), "%2E%2E/x/%2E/y");
     EXPECT_TRUE(mirror.listingUrl(QStringLiteral("../x")).isValid());
@@ -206,19 +190,22 @@ TEST(HubEndpoint, SendsTheTokenToTheHubOnly)
     const HubEndpoint hub(QStringLiteral("https://hub.example:8443"), QStringLiteral(" secret\n"));
     EXPECT_EQ(hub.request(hub.fileUrl("a/b", "x")).rawHeader("Authorization"), "Bearer secret");
     EXPECT_EQ(hub.request(hub.listingUrl("a/b")).rawHeader("Authorization"), "Bearer secret");
-    EXPECT_TRUE(hub.request(QUrl("https://cdn.example/x")).rawHeader("Authorization").isEmpty());
-    EXPECT_TRUE(hub.request(QUrl("https://hub.example/x")).rawHeader("Authorization").isEmpty());
-    EXPECT_TRUE(
-        hub.request(QUrl("http://hub.example:8443/x")).rawHeader("Authorization").isEmpty());
-
+    for (const char *other :
+         {"https://cdn.example/x", "https://hub.example/x", "http://hub.example:8443/x"})
+        EXPECT_TRUE(hub.request(QUrl(other)).rawHeader("Authorization").isEmpty()) << other;
+    // Redirects are followed by hand, so that the token is never carried along, and bodies
+    // come uncompressed, so that their sizes compare with the listing's.
     const QNetworkRequest request = hub.request(hub.fileUrl("a/b", "x"));
-    EXPECT_EQ(request.rawHeader("Accept-Encoding"), "identity");
     EXPECT_EQ(request.attribute(QNetworkRequest::RedirectPolicyAttribute).toInt(),
               int(QNetworkRequest::ManualRedirectPolicy));
+    EXPECT_EQ(request.rawHeader("Accept-Encoding"), "identity");
+    EXPECT_FALSE(
+        HubEndpoint(hub.address()).request(hub.fileUrl("a/b", "x")).hasRawHeader("Authorization"));
 
-    test::ScopedEnvironment endpoint("HF_ENDPOINT", QStringLiteral("http://127.0.0.1:9"));
+    test::ScopedEnvironment endpoint("HF_ENDPOINT", std::nullopt);
     test::ScopedEnvironment token("HF_TOKEN", QStringLiteral("t0k"));
     const HubEndpoint fromEnvironment = HubEndpoint::fromEnvironment();
+    EXPECT_EQ(fromEnvironment.address(), "https://huggingface.co");
     EXPECT_EQ(fromEnvironment.request(fromEnvironment.listingUrl("a/b")).rawHeader("Authorization"),
               "Bearer t0k");
 }

@@ -58,13 +58,6 @@ void HubTestServer::addFile(const QString &repo, const QString &path, const File
     repository.files.insert(path, file);
 }
 
-void HubTestServer::addFile(const QString &repo, const QString &path, const QByteArray &body)
-{
-    File file;
-    file.body = body;
-    addFile(repo, path, file);
-}
-
 void HubTestServer::addDirectory(const QString &repo, const QString &path)
 {
     m_repositories[repo].entries.push_back({QStringLiteral("directory"), path});
@@ -213,7 +206,6 @@ QByteArray HubTestServer::listingOf(const Repository &repo) const
 void HubTestServer::serveFile(QTcpSocket *socket, const QString &repo, const QString &path,
                               File &file)
 {
-    m_fileEvents.append({FileEvent::Started, path});
     m_maxConcurrent = std::max(m_maxConcurrent, ++m_inProgress);
 
     const QString key = repo + QLatin1Char('/') + path;
@@ -269,25 +261,15 @@ void HubTestServer::releaseGate()
 void HubTestServer::sendBody(QTcpSocket *socket, const QString &path, const File &file)
 {
     const QByteArray &body = file.body;
-    QByteArray head = "HTTP/1.1 200 OK\r\nContent-Type: application/octet-stream\r\n"
-                      "Content-Length: " +
-                      QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n";
+    const bool whole = !file.stall && !file.truncate;
+    socket->write("HTTP/1.1 200 OK\r\nContent-Length: " + QByteArray::number(body.size()) +
+                  "\r\nConnection: close\r\n\r\n" + (whole ? body : body.left(body.size() / 2)));
     if (file.stall) {
-        // Half the body, then silence; the connection stays open until the client leaves.
-        socket->write(head + body.left(body.size() / 2));
+        // The connection stays open, silent, until the client leaves.
         socket->setProperty("stalledPath", path);
         return;
     }
-    if (file.truncate) {
-        socket->write(head + body.left(body.size() / 2));
-        if (!path.isEmpty())
-            fileEnded(path);
-        socket->disconnectFromHost();
-        return;
-    }
-    socket->write(head + body);
-    if (!path.isEmpty())
-        fileEnded(path);
+    fileEnded(path);
     socket->disconnectFromHost();
 }
 
@@ -299,14 +281,6 @@ void HubTestServer::respond(QTcpSocket *socket, int status, const QByteArray &bo
                         "\r\nConnection: close\r\n" + extraHeaders + "\r\n" + body;
     socket->write(answer);
     socket->disconnectFromHost();
-}
-
-void HubTestServer::fileEnded(const QString &path)
-{
-    if (path.isEmpty())
-        return;
-    m_fileEvents.append({FileEvent::Ended, path});
-    --m_inProgress;
 }
 
 } // namespace vocari::test

@@ -58,17 +58,6 @@ public:
         QByteArray authorization; // empty when absent
     };
 
-    // A file answer starting or ending, for checking the order of transfers.
-    struct FileEvent
-    {
-        enum Kind
-        {
-            Started,
-            Ended
-        } kind;
-        QString path;
-    };
-
     explicit HubTestServer(QObject *parent = nullptr);
     ~HubTestServer() override;
 
@@ -79,7 +68,12 @@ public:
 
     Repository &repository(const QString &name) { return m_repositories[name]; }
     void addFile(const QString &repo, const QString &path, const File &file);
-    void addFile(const QString &repo, const QString &path, const QByteArray &body);
+    void addFile(const QString &repo, const QString &path, const QByteArray &body)
+    {
+        File file;
+        file.body = body;
+        addFile(repo, path, file);
+    }
     void addDirectory(const QString &repo, const QString &path);
     // Serves every file under folder as the repository, each through a redirect.
     void addFolder(const QString &repo, const QString &folder);
@@ -94,7 +88,6 @@ public:
 
     const QList<Request> &requests() const { return m_requests; }
     int requestCount(const QString &decodedPath) const;
-    const QList<FileEvent> &fileEvents() const { return m_fileEvents; }
     // The most file answers that were in progress at one time.
     int maxConcurrentFiles() const { return m_maxConcurrent; }
 
@@ -115,7 +108,11 @@ private:
     void releaseGate();
     void respond(QTcpSocket *socket, int status, const QByteArray &body,
                  const QByteArray &extraHeaders = {});
-    void fileEnded(const QString &path);
+    void fileEnded(const QString &path)
+    {
+        if (!path.isEmpty())
+            --m_inProgress;
+    }
     QByteArray listingOf(const Repository &repo) const;
 
     QTcpServer m_server;
@@ -124,7 +121,6 @@ private:
     QHash<QString, int> m_failuresGiven;
     QHash<QString, QByteArray> m_redirectTargets; // "/cdn/<n>" → body
     QList<Request> m_requests;
-    QList<FileEvent> m_fileEvents;
     struct Held
     {
         QPointer<QTcpSocket> socket;

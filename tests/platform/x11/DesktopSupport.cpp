@@ -2,10 +2,12 @@
 
 #include "platform/x11/XConnection.h"
 
-#include <QDeadlineTimer>
-#include <QEventLoop>
-#include <QTimer>
 #include <QUrl>
+
+// Xlib last: its macros must not meet the headers above.
+#include <X11/XKBlib.h>
+#include <X11/Xatom.h>
+#include <X11/Xlib.h>
 
 namespace vocari::test {
 
@@ -22,24 +24,11 @@ QString decoded(const QByteArray &field)
 
 } // namespace
 
-bool waitUntil(const std::function<bool()> &condition, int timeoutMs)
-{
-    const QDeadlineTimer deadline(timeoutMs);
-    while (!condition()) {
-        if (deadline.hasExpired())
-            return condition();
-        QEventLoop loop;
-        QTimer::singleShot(10, &loop, &QEventLoop::quit);
-        loop.exec();
-    }
-    return true;
-}
-
-bool xdotool(const QStringList &arguments)
+bool xdotool(const QString &words)
 {
     // xdotool's server requests are all handled once it has exited; the program then catches
     // up with the events they caused, as its event loop would have done meanwhile.
-    const bool done = QProcess::execute(QStringLiteral("xdotool"), arguments) == 0;
+    const bool done = QProcess::execute(QStringLiteral("xdotool"), words.split(u' ')) == 0;
     XConnection::shared().sync();
     return done;
 }
@@ -83,7 +72,7 @@ bool TestWindow::launch(const QString &program, const QStringList &arguments)
     m_process.start(program, arguments);
     return m_process.waitForStarted(10000) &&
            waitUntil([this] { return m_ready || m_process.state() == QProcess::NotRunning; },
-                     15000) &&
+                     std::chrono::seconds(15)) &&
            m_ready;
 }
 
@@ -103,8 +92,8 @@ void TestWindow::readOutput()
             m_text = decoded(fields[1]);
         } else if ((fields.value(0) == "press" || fields.value(0) == "release") &&
                    fields.size() == 5) {
-            m_keys.push_back({fields[0] == "press", fields[1].toUInt(), fields[2].toUInt(),
-                              fields[3] == "1", decoded(fields[4])});
+            m_keys.push_back(
+                {fields[0] == "press", fields[1].toUInt(), fields[2].toUInt(), decoded(fields[4])});
         }
     }
 }
@@ -126,9 +115,9 @@ const TestWindow::Key *TestWindow::lastPress(unsigned int keycode) const
     return nullptr;
 }
 
-bool TestWindow::waitForText(const QString &expected, int timeoutMs)
+bool TestWindow::waitForText(const QString &expected)
 {
-    return waitUntil([&] { return m_text == expected; }, timeoutMs);
+    return waitUntil([&] { return m_text == expected; });
 }
 
 bool TestWindow::clear()
@@ -142,7 +131,7 @@ bool TestWindow::clear()
 bool TestWindow::settle()
 {
     const int before = presses(settleKeycode);
-    if (!xdotool({QStringLiteral("key"), QString::number(settleKeycode)}))
+    if (!xdotool(QStringLiteral("key %1").arg(settleKeycode)))
         return false;
     const bool seen = waitUntil([&] { return presses(settleKeycode) > before; });
     if (!seen) {
@@ -156,3 +145,106 @@ bool TestWindow::settle()
 }
 
 } // namespace vocari::test
+
+namespace vocari::test::x11 {
+
+namespace {
+
+// A connection for one helper call.
+struct Connection
+{
+    Display *display = XOpenDisplay(nullptr);
+    ~Connection()
+    {
+        if (display)
+            XCloseDisplay(display);
+    }
+};
+
+} // namespace
+
+Repeat setAutoRepeat(Repeat repeat)
+{
+    Connection connection;
+    Repeat old;
+    if (!connection.display)
+        return old;
+    XkbGetAutoRepeatRate(connection.display, XkbUseCoreKbd, &old.delayMs, &old.intervalMs);
+    XkbSetAutoRepeatRate(connection.display, XkbUseCoreKbd, repeat.delayMs, repeat.intervalMs);
+    XSync(connection.display, False);
+    return old;
+}
+
+std::vector<unsigned long> keyboardMapping()
+{
+    Connection connection;
+    std::vector<unsigned long> mapping;
+    if (!connection.display)
+        return mapping;
+    int first = 0, last = 0, perKeycode = 0;
+    XDisplayKeycodes(connection.display, &first, &last);
+    KeySym *symbols =
+        XGetKeyboardMapping(connection.display, KeyCode(first), last - first + 1, &perKeycode);
+    mapping.assign(symbols, symbols + (last - first + 1) * perKeycode);
+    XFree(symbols);
+    return mapping;
+}
+
+bool capsLockOn()
+{
+    Connection connection;
+    XkbStateRec state{};
+    if (!connection.display)
+        return false;
+    XkbGetState(connection.display, XkbUseCoreKbd, &state);
+    return state.locked_mods & LockMask;
+}
+
+void setActiveWindowProperty(unsigned long window)
+{
+    Connection connection;
+    if (!connection.display)
+        return;
+    const Atom active = XInternAtom(connection.display, "_NET_ACTIVE_WINDOW", False);
+    const Window root = DefaultRootWindow(connection.display);
+    if (window == 0) {
+        XDeleteProperty(connection.display, root, active);
+    } else {
+        const unsigned long value = window;
+        XChangeProperty(connection.display, root, active, XA_WINDOW, 32, PropModeReplace,
+                        reinterpret_cast<const unsigned char *>(&value), 1);
+    }
+    XSync(connection.display, False);
+}
+
+ForeignGrab::ForeignGrab(const char *keysymName, unsigned int xModifiers)
+    : m_display(XOpenDisplay(nullptr))
+{
+    if (!m_display)
+        return;
+    const KeyCode keycode = XKeysymToKeycode(m_display, XStringToKeysym(keysymName));
+    XGrabKey(m_display, keycode, xModifiers, DefaultRootWindow(m_display), False, GrabModeAsync,
+             GrabModeAsync);
+    XSync(m_display, False);
+}
+
+ForeignGrab::~ForeignGrab()
+{
+    if (m_display)
+        XCloseDisplay(m_display);
+}
+
+GrabbedPressCounter::GrabbedPressCounter(unsigned int keycode)
+{
+    m_handler = XConnection::shared().addEventHandler([this, keycode](XEvent &event) {
+        if (event.type == KeyPress && event.xkey.keycode == keycode)
+            ++m_count;
+    });
+}
+
+GrabbedPressCounter::~GrabbedPressCounter()
+{
+    XConnection::shared().removeEventHandler(m_handler);
+}
+
+} // namespace vocari::test::x11

@@ -1,10 +1,13 @@
 #pragma once
 
+#include "support/EventLoop.h"
+
 #include <QProcess>
 #include <QString>
 #include <QStringList>
-#include <functional>
 #include <vector>
+
+struct _XDisplay;
 
 namespace vocari::test {
 
@@ -15,12 +18,9 @@ XvfbDisplay *testDisplay();
 // Why there is no display.
 QString noDisplayReason();
 
-// Runs the event loop until the condition holds or the time is up; returns the condition.
-bool waitUntil(const std::function<bool()> &condition, int timeoutMs = 10000);
-
-// Runs xdotool with the arguments on the test display and lets the program's own X
+// Runs xdotool with the space-separated words on the test display and lets the program's own X
 // connection handle what it caused; true when xdotool succeeded.
-bool xdotool(const QStringList &arguments);
+bool xdotool(const QString &words);
 
 // A test window in a child process, with what it has reported so far: the Qt program
 // (TestWindow.cpp) or its GTK 3 counterpart (gtk_test_field.py).
@@ -32,7 +32,6 @@ public:
         bool press = false;
         unsigned int keycode = 0; // X keycode
         unsigned int state = 0;   // X modifier state
-        bool autoRepeat = false;
         QString text;
     };
 
@@ -53,13 +52,15 @@ public:
     qint64 processId() const { return m_pid; }
     unsigned long windowId() const { return m_window; }
 
-    bool waitForText(const QString &expected, int timeoutMs = 10000);
+    bool waitForText(const QString &expected);
     // Empties the editor and forgets the keys seen so far.
     bool clear();
     // Presses a key that nothing else uses and waits until the window has seen it, so that
     // every key sent before has been delivered; then lets the program's own connection catch
     // up with the server.
     bool settle();
+    // Runs xdotool with the words, then settles.
+    bool send(const QString &words) { return xdotool(words) && settle(); }
 
 private:
     bool launch(const QString &program, const QStringList &arguments);
@@ -75,3 +76,61 @@ private:
 };
 
 } // namespace vocari::test
+
+// Direct requests to the test display, for set-ups the program itself never makes. Each opens
+// its own connection to $DISPLAY.
+namespace vocari::test::x11 {
+
+// Sets how soon and how fast a held key repeats; returns the old values to restore.
+struct Repeat
+{
+    unsigned int delayMs = 0;
+    unsigned int intervalMs = 0;
+};
+Repeat setAutoRepeat(Repeat repeat);
+
+// The core keyboard mapping, every keysym of every keycode.
+std::vector<unsigned long> keyboardMapping();
+
+// Whether Caps Lock is locked.
+bool capsLockOn();
+
+// Sets (or with 0, removes) _NET_ACTIVE_WINDOW on the root window, as a window manager would.
+void setActiveWindowProperty(unsigned long window);
+
+// Another client holding a key grab, until it is destroyed.
+class ForeignGrab
+{
+public:
+    ForeignGrab(const char *keysymName, unsigned int xModifiers);
+    ~ForeignGrab();
+    ForeignGrab(const ForeignGrab &) = delete;
+    ForeignGrab &operator=(const ForeignGrab &) = delete;
+
+private:
+    _XDisplay *m_display = nullptr;
+};
+
+// Counts the core key presses of one X keycode that reach the program's shared connection,
+// which are the presses its key grabs took, auto-repeats included.
+class GrabbedPressCounter
+{
+public:
+    explicit GrabbedPressCounter(unsigned int keycode);
+    ~GrabbedPressCounter();
+    GrabbedPressCounter(const GrabbedPressCounter &) = delete;
+    GrabbedPressCounter &operator=(const GrabbedPressCounter &) = delete;
+
+    int count() const { return m_count; }
+
+private:
+    int m_handler = 0;
+    int m_count = 0;
+};
+
+inline constexpr unsigned int shiftMask = 1 << 0;
+inline constexpr unsigned int lockMask = 1 << 1;
+inline constexpr unsigned int controlMask = 1 << 2;
+inline constexpr unsigned int mod1Mask = 1 << 3;
+
+} // namespace vocari::test::x11

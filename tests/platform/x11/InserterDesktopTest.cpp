@@ -2,7 +2,6 @@
 // clipboard holds afterwards, and how held keys are dealt with.
 
 #include "DesktopSupport.h"
-#include "XTestHelpers.h"
 #include "hotkey/HotkeyMonitor.h"
 #include "platform/x11/ActiveWindow.h"
 #include "platform/x11/InputAccess.h"
@@ -27,14 +26,6 @@ namespace {
 constexpr unsigned int xA = 38;
 
 const QString mixedText = QStringLiteral("héllo wörld — ✓ 🎉 日本");
-
-QStringList keys(std::initializer_list<const char *> words)
-{
-    QStringList list;
-    for (const char *word : words)
-        list << QString::fromLatin1(word);
-    return list;
-}
 
 QString clipboardText()
 {
@@ -149,7 +140,7 @@ TEST_F(InserterOnDisplay, PastedTextArrivesAndTheClipboardComesBack)
     EXPECT_EQ(clipboardBytes(QStringLiteral("image/png")), image);
 
     // The restored content is what other programs get, too.
-    ASSERT_TRUE(xdotool(keys({"key", "ctrl+v"})));
+    ASSERT_TRUE(xdotool(QStringLiteral("key ctrl+v")));
     EXPECT_TRUE(window.waitForText(mixedText + previous)) << window.text().toStdString();
 
     // Two pastes within the restore delay: the user's own content still comes back. (The
@@ -220,10 +211,10 @@ protected:
                 window = QString::fromLatin1(search.readAllStandardOutput()).section(u'\n', 0, 0);
                 return !window.isEmpty() || m_terminal.state() == QProcess::NotRunning;
             },
-            20000);
+            std::chrono::seconds(20));
         if (window.isEmpty())
             return program + QStringLiteral(" did not open a window on the test display");
-        if (!xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), window}))
+        if (!xdotool(QStringLiteral("windowfocus --sync ") + window))
             return QStringLiteral("cannot give ") + program + QStringLiteral(" the focus");
         return {};
     }
@@ -248,7 +239,7 @@ TEST_P(PastingInto, TheTextReachesTheProgramAndTheSelectionsComeBack)
     // The shell reads the line once Return arrives; the paste is served from the event loop
     // meanwhile.
     ASSERT_TRUE(waitUntil([] { return !TextInserter::restorePending(); }));
-    ASSERT_TRUE(xdotool(keys({"key", "Return"})));
+    ASSERT_TRUE(xdotool(QStringLiteral("key Return")));
     QFile line(lineFile);
     EXPECT_TRUE(waitUntil([&] { return line.exists(); }));
     ASSERT_TRUE(line.open(QIODevice::ReadOnly));
@@ -282,8 +273,7 @@ TEST_F(InserterOnDisplay, HeldKeysDoNotCorruptTypedTextNorEndTheDictation)
     // The dictation key (Right Alt, X keycode 108) and another modifier are held while a phrase
     // is typed.
     ASSERT_TRUE(monitor.start(Hotkey::defaultKey()));
-    ASSERT_TRUE(xdotool(keys({"keydown", "108", "keydown", "Control_L"})));
-    ASSERT_TRUE(window.settle());
+    ASSERT_TRUE(window.send(QStringLiteral("keydown 108 keydown Control_L")));
     ASSERT_EQ(pressed, 1);
     TextInserter::type(QStringLiteral("abc"));
     EXPECT_TRUE(window.waitForText(QStringLiteral("abc"))) << window.text().toStdString();
@@ -294,33 +284,30 @@ TEST_F(InserterOnDisplay, HeldKeysDoNotCorruptTypedTextNorEndTheDictation)
     EXPECT_TRUE(monitor.isDown());
     EXPECT_EQ(released, 0);
     // The held keys are down again, so letting go of them is seen.
-    ASSERT_TRUE(xdotool(keys({"keyup", "108", "keyup", "Control_L"})));
-    ASSERT_TRUE(window.settle());
+    ASSERT_TRUE(window.send(QStringLiteral("keyup 108 keyup Control_L")));
     EXPECT_EQ(released, 1);
 
     // A held combination, and a typed character that is the combination's own key.
     ASSERT_TRUE(window.clear());
     ASSERT_TRUE(monitor.start({KeyCode::space, Modifier::control | Modifier::alt, false}));
-    ASSERT_TRUE(xdotool(keys({"keydown", "ctrl", "keydown", "alt", "keydown", "space"})));
-    ASSERT_TRUE(window.settle());
+    ASSERT_TRUE(window.send(QStringLiteral("keydown ctrl keydown alt keydown space")));
     ASSERT_EQ(pressed, 2);
     TextInserter::type(QStringLiteral("a b"));
     EXPECT_TRUE(window.waitForText(QStringLiteral("a b"))) << window.text().toStdString();
     ASSERT_TRUE(window.settle());
     EXPECT_TRUE(monitor.isDown());
     EXPECT_EQ(released, 1);
-    ASSERT_TRUE(xdotool(keys({"keyup", "space", "keyup", "alt", "keyup", "ctrl"})));
-    ASSERT_TRUE(window.settle());
+    ASSERT_TRUE(window.send(QStringLiteral("keyup space keyup alt keyup ctrl")));
     EXPECT_EQ(released, 2);
 
     // Caps Lock does not shout, and stays on.
     ASSERT_TRUE(window.clear());
-    ASSERT_TRUE(xdotool(keys({"key", "Caps_Lock"})));
+    ASSERT_TRUE(xdotool(QStringLiteral("key Caps_Lock")));
     ASSERT_TRUE(x11::capsLockOn());
     TextInserter::type(QStringLiteral("aB é"));
     EXPECT_TRUE(window.waitForText(QStringLiteral("aB é"))) << window.text().toStdString();
     EXPECT_TRUE(x11::capsLockOn());
-    ASSERT_TRUE(xdotool(keys({"key", "Caps_Lock"})));
+    ASSERT_TRUE(xdotool(QStringLiteral("key Caps_Lock")));
 }
 
 TEST_F(InserterOnDisplay, FrontmostProcessIsTheFocusedWindowsProgram)

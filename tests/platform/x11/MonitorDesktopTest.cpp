@@ -2,7 +2,6 @@
 // window still gets to see.
 
 #include "DesktopSupport.h"
-#include "XTestHelpers.h"
 #include "XvfbDisplay.h"
 #include "hotkey/HotkeyMonitor.h"
 #include "platform/x11/InputAccess.h"
@@ -42,12 +41,7 @@ protected:
         monitor.escapeActive = [this] { return escapeActive; };
     }
 
-    // Runs xdotool with the space-separated words, then waits until the window has seen
-    // everything it sent.
-    bool send(const char *words)
-    {
-        return xdotool(QString::fromLatin1(words).split(u' ')) && window.settle();
-    }
+    bool send(const char *words) { return window.send(QString::fromLatin1(words)); }
 
     TestWindow window;
     HotkeyMonitor monitor{std::make_unique<X11KeySource>()};
@@ -107,7 +101,7 @@ TEST_F(MonitorOnDisplay, AutoRepeatOfAHeldCombinationGivesOnePress)
     ASSERT_TRUE(monitor.start(ctrlAltSpace));
     const x11::GrabbedPressCounter grabbedSpaces(xSpace);
 
-    ASSERT_TRUE(xdotool({"keydown", "ctrl", "keydown", "alt", "keydown", "space"}));
+    ASSERT_TRUE(xdotool(QStringLiteral("keydown ctrl keydown alt keydown space")));
     const bool repeated = waitUntil([&] { return grabbedSpaces.count() >= 4; });
     ASSERT_TRUE(send("keyup space keyup alt keyup ctrl"));
     x11::setAutoRepeat(normal);

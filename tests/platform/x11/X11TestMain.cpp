@@ -8,24 +8,19 @@
 #include <gtest/gtest.h>
 
 namespace vocari::test {
-
 namespace {
-
 XvfbDisplay *display = nullptr;
 QString reason;
-
 } // namespace
 
 XvfbDisplay *testDisplay()
 {
     return display;
 }
-
 QString noDisplayReason()
 {
     return reason;
 }
-
 } // namespace vocari::test
 
 int main(int argc, char **argv)
@@ -45,10 +40,6 @@ int main(int argc, char **argv)
     // Whatever session the tests were started from, they run in this X session.
     qunsetenv("XDG_SESSION_TYPE");
     qunsetenv("WAYLAND_DISPLAY");
-    int result = 0;
-    {
-        QGuiApplication app(argc, argv);
-        result = RUN_ALL_TESTS();
-    }
-    return result;
+    QGuiApplication app(argc, argv);
+    return RUN_ALL_TESTS();
 }

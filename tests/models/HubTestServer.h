@@ -7,7 +7,6 @@
 #include <QPointer>
 #include <QString>
 #include <QTcpServer>
-#include <map>
 #include <optional>
 #include <vector>
 
@@ -41,13 +40,8 @@ public:
     struct Repository
     {
         int listingStatus = 200;
-        std::optional<QByteArray> rawListing; // sent instead of the generated one
-        struct Entry
-        {
-            QString type;
-            QString path;
-        };
-        std::vector<Entry> entries; // the listing, in order
+        std::optional<QByteArray> rawListing;             // sent instead of the generated one
+        std::vector<std::pair<QString, QString>> entries; // type and path, in listing order
         QHash<QString, File> files;
     };
 
@@ -61,10 +55,11 @@ public:
     explicit HubTestServer(QObject *parent = nullptr);
     ~HubTestServer() override;
 
-    bool start();
-    void stop();
-    quint16 port() const;
-    QString address() const; // http://127.0.0.1:<port>
+    bool start() { return m_server.listen(QHostAddress::LocalHost, 0); }
+    QString address() const
+    {
+        return QStringLiteral("http://127.0.0.1:%1").arg(m_server.serverPort());
+    }
 
     Repository &repository(const QString &name) { return m_repositories[name]; }
     void addFile(const QString &repo, const QString &path, const File &file);
@@ -74,7 +69,10 @@ public:
         file.body = body;
         addFile(repo, path, file);
     }
-    void addDirectory(const QString &repo, const QString &path);
+    void addDirectory(const QString &repo, const QString &path)
+    {
+        m_repositories[repo].entries.emplace_back(QStringLiteral("directory"), path);
+    }
     // Serves every file under folder as the repository, each through a redirect.
     void addFolder(const QString &repo, const QString &folder);
 
@@ -92,42 +90,22 @@ public:
     int maxConcurrentFiles() const { return m_maxConcurrent; }
 
 private:
-    struct Connection
-    {
-        QPointer<QTcpSocket> socket;
-        QByteArray buffer;
-        bool answered = false;
-    };
-
-    void onNewConnection();
     void onReadyRead(QTcpSocket *socket);
     void handle(QTcpSocket *socket, const QByteArray &head);
-    void serveListing(QTcpSocket *socket, const Repository &repo);
-    void serveFile(QTcpSocket *socket, const QString &repo, const QString &path, File &file);
-    void sendBody(QTcpSocket *socket, const QString &path, const File &file);
+    void serveFile(QTcpSocket *socket, const QString &key, const File &file);
+    void sendBody(QTcpSocket *socket, const File &file);
     void releaseGate();
     void respond(QTcpSocket *socket, int status, const QByteArray &body,
                  const QByteArray &extraHeaders = {});
-    void fileEnded(const QString &path)
-    {
-        if (!path.isEmpty())
-            --m_inProgress;
-    }
-    QByteArray listingOf(const Repository &repo) const;
+    void fileEnded(QTcpSocket *socket);
+    static QByteArray listingOf(const Repository &repo);
 
     QTcpServer m_server;
-    std::map<QTcpSocket *, Connection> m_connections;
     QHash<QString, Repository> m_repositories;
     QHash<QString, int> m_failuresGiven;
     QHash<QString, QByteArray> m_redirectTargets; // "/cdn/<n>" → body
     QList<Request> m_requests;
-    struct Held
-    {
-        QPointer<QTcpSocket> socket;
-        QString path;
-        File file;
-    };
-    QList<Held> m_held;
+    QList<std::pair<QPointer<QTcpSocket>, File>> m_held;
     int m_gateSize = 3;
     int m_gateDelayMs = 0;
     int m_inProgress = 0;

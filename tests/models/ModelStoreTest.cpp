@@ -98,9 +98,17 @@ protected:
     }
     QString ultraFolder() const { return home.modelFolder(kUltra); }
     const Engine &ultra() const { return Engine::builtIn()[2]; }
-    static Engine hubEngine(const QString &id, const QString &repo)
+    // A custom engine as the store makes them, from a repository or from a local folder.
+    static Engine custom(const QString &id, const QString &name, const QString &where,
+                         bool local = false)
     {
-        return Engine{id, "mine", repo, "Custom", Engine::Source::hub(repo), true, {}};
+        return Engine{id,
+                      name,
+                      where,
+                      "Custom",
+                      local ? Engine::Source::local(where) : Engine::Source::hub(where),
+                      true,
+                      {}};
     }
 
     ModelStore::Options options() { return ModelStore::Options{fakes.factory(), true}; }
@@ -150,17 +158,11 @@ TEST_F(ModelStoreTest, LoadsStoredCustomEnginesAndIgnoresDataItCannotRead)
 {
     QTemporaryDir localModel;
     test::writeFakeModel(localModel.path());
-    const Engine hub = hubEngine("custom-0000000a", "me/mine");
-    const Engine local{"custom-0000000b",
-                       "mine",
-                       localModel.path(),
-                       "Custom",
-                       Engine::Source::local(localModel.path()),
-                       true,
-                       {}};
-    const Engine impostor = hubEngine(kUltra, "x/y");
+    const Engine hub = custom("custom-0000000a", "Mine", "me/mine");
+    const Engine local = custom("custom-0000000b", "Here", localModel.path(), true);
+    const Engine impostor = custom(kUltra, "Fake", "x/y");
     // The settings file is the user's: an id that would lead out of the models folder.
-    const Engine escaping = hubEngine("../../outside", "e/e");
+    const Engine escaping = custom("../../outside", "Escape", "e/e");
     storeSetting(SettingsKey::customEngines,
                  Engine::listToJsonArray(std::vector<Engine>{hub, local, impostor, hub, escaping}));
     storeSetting(SettingsKey::engine, local.id);
@@ -184,11 +186,7 @@ TEST_F(ModelStoreTest, LoadsStoredCustomEnginesAndIgnoresDataItCannotRead)
     // The list as JSON text, as a hand-edited file may hold it.
     storeSetting(SettingsKey::customEngines,
                  QString::fromUtf8(Engine::listToJson(std::vector<Engine>{hub})));
-    {
-        ModelStore store(options());
-        ASSERT_EQ(store.engines().size(), 4u);
-        EXPECT_EQ(store.engines()[3], hub);
-    }
+    EXPECT_EQ(ModelStore(options()).engines().back(), hub);
 
     // One unreadable record: no custom engines, and the stored data stays as it was.
     QJsonArray broken = Engine::listToJsonArray(std::vector<Engine>{hub});
@@ -224,16 +222,13 @@ TEST_F(ModelStoreTest, AddHubChecksTheRepositoryThenRegistersAndDownloads)
     const Engine added = store.engines().back();
     EXPECT_TRUE(QRegularExpression("^custom-[0-9a-f]{8}$").match(added.id).hasMatch())
         << added.id.toStdString();
-    EXPECT_EQ(added,
-              (Engine{added.id, "b", "a/b", "Custom", Engine::Source::hub("a/b"), true, {}}));
+    EXPECT_EQ(added, custom(added.id, "b", "a/b"));
     EXPECT_EQ(store.state(added.id), ModelState::downloading(0.0));
     EXPECT_EQ(store.selected(), "system");
     EXPECT_EQ(Engine::listFromJson(storedCustomEngines()), std::vector<Engine>{added});
     ASSERT_EQ(fakes.made.size(), 1);
-    EXPECT_EQ(fakes.made[0].repository, "a/b");
     EXPECT_EQ(fakes.made[0].folder, home.modelFolder(added.id));
-    EXPECT_TRUE(fakes.made[0].download->started);
-    EXPECT_TRUE(store.isDownloading(added.id));
+    EXPECT_TRUE(fakes.made[0].download->started && store.isDownloading(added.id));
 
     // Doubled slashes pass and the repository is kept as typed; the name is not trimmed;
     // the comparison with existing repositories is exact.
@@ -266,10 +261,7 @@ TEST_F(ModelStoreTest, AddLocalUsesACompleteFolderInPlaceAndRemoveForgetsIt)
     EXPECT_TRUE(store.lastError().isEmpty());
     ASSERT_EQ(store.engines().size(), 4u);
     const Engine added = store.engines().back();
-    EXPECT_EQ(
-        added,
-        (Engine{
-            added.id, "my parakeet", folder, "Custom", Engine::Source::local(folder), true, {}}));
+    EXPECT_EQ(added, custom(added.id, "my parakeet", folder, true));
     EXPECT_EQ(store.state(added.id), ModelState::installed());
     EXPECT_EQ(store.selected(), added.id);
     EXPECT_EQ(Preferences::engine(), added.id);

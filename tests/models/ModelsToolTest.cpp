@@ -46,21 +46,16 @@ protected:
         ASSERT_TRUE(configHome.isValid());
     }
 
-    QProcessEnvironment environment() const
+    // Starts the tool; the test's own event loop keeps serving while it runs.
+    std::unique_ptr<QProcess> start(const QStringList &arguments)
     {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert("XDG_DATA_HOME", home.path());
         env.insert("XDG_CONFIG_HOME", configHome.path());
         env.insert("HF_ENDPOINT", server.address());
         env.remove("HF_TOKEN");
-        return env;
-    }
-
-    // Starts the tool; the test's own event loop keeps serving while it runs.
-    std::unique_ptr<QProcess> start(const QStringList &arguments)
-    {
         auto process = std::make_unique<QProcess>();
-        process->setProcessEnvironment(environment());
+        process->setProcessEnvironment(env);
         process->start(QStringLiteral(VOCARI_MODELS_TOOL), arguments);
         EXPECT_TRUE(process->waitForStarted());
         return process;
@@ -73,16 +68,14 @@ protected:
                 QString::fromUtf8(process.readAllStandardError())};
     }
 
-    ToolRun run(const QStringList &arguments)
+    ToolRun run(const QStringList &arguments) { return finish(*start(arguments)); }
+    QString settingsFile() const
     {
-        auto process = start(arguments);
-        return finish(*process);
+        return QDir(configHome.path()).filePath("vocari/settings.json");
     }
-
     QString storedSelection() const
     {
-        SettingsStore settings(QDir(configHome.path()).filePath("vocari/settings.json"));
-        return settings.stringValue(QStringLiteral("engine"));
+        return SettingsStore(settingsFile()).stringValue(QStringLiteral("engine"));
     }
 
     test::ScopedDataHome home;
@@ -108,9 +101,7 @@ TEST_F(ModelsToolTest, ListsInstallsSelectsAndRemovesModels)
     const QStringList lines = first.out.split('\n', Qt::SkipEmptyParts);
     ASSERT_EQ(lines.size(), 4) << first.out.toStdString();
     EXPECT_TRUE(lines[1].startsWith("* system")) << lines[1].toStdString();
-    EXPECT_TRUE(lines[1].contains("installed") && lines[1].contains("Built in"));
-    EXPECT_TRUE(lines[3].contains("parakeetUltra") && lines[3].contains("not installed") &&
-                lines[3].contains(QString::fromUtf8("\u2248 670 MB")) &&
+    EXPECT_TRUE(lines[3].contains(QRegularExpression("^  parakeetUltra +not installed")) &&
                 lines[3].contains("hub: " + kUltraRepo))
         << lines[3].toStdString();
 
@@ -128,6 +119,29 @@ TEST_F(ModelsToolTest, ListsInstallsSelectsAndRemovesModels)
     const ToolRun listed = run({"list"});
     EXPECT_TRUE(listed.out.contains(QRegularExpression(R"(\* parakeetUltra +installed +\d)")))
         << listed.out.toStdString();
+
+    // The application's store, on the settings the tool wrote, builds the Parakeet engine.
+    {
+        SettingsStore settings(settingsFile());
+        SettingsStore *previous = SettingsStore::setShared(&settings);
+        ModelStore store(ModelStore::Options{{}, false});
+        EXPECT_EQ(store.selected(), "parakeetUltra");
+        EXPECT_TRUE(dynamic_cast<ParakeetTranscriber *>(store.makeTranscriber(false).get()));
+        SettingsStore::setShared(previous);
+    }
+    // And vocari-transcribe, given the installed folder, reads the fixture sentence with it.
+    // (It runs as a program of its own: threads started in this process after a QProcess has
+    // forked are beyond ThreadSanitizer's bookkeeping.)
+    QFile planFile(fixture("sentence.json"));
+    ASSERT_TRUE(planFile.open(QIODevice::ReadOnly));
+    const QString expected =
+        QJsonDocument::fromJson(planFile.readAll()).object()["text"].toString();
+    QProcess transcribe;
+    transcribe.start(QStringLiteral(VOCARI_TRANSCRIBE_TOOL),
+                     {"--model", home.modelFolder("parakeetUltra"), fixture("sentence.wav")});
+    ASSERT_TRUE(transcribe.waitForFinished(60000));
+    EXPECT_EQ(transcribe.exitCode(), 0) << transcribe.readAllStandardError().toStdString();
+    EXPECT_EQ(QString::fromUtf8(transcribe.readAllStandardOutput()), expected + "\n");
 
     EXPECT_EQ(run({"select", "system"}).exitCode, 0);
     EXPECT_EQ(storedSelection(), "system");
@@ -206,35 +220,4 @@ TEST_F(ModelsToolTest, AnInterruptedInstallCancelsAndCleansUp)
     EXPECT_TRUE(result.err.contains("The download was cancelled; nothing was changed."));
     EXPECT_FALSE(QFileInfo::exists(staging));
     EXPECT_FALSE(QFileInfo::exists(home.modelFolder("parakeetUltra")));
-}
-
-TEST_F(ModelsToolTest, TheInstalledFixtureModelTranscribesTheFixtureSentence)
-{
-    server.addFolder(kUltraRepo, fixture("community"));
-    const ToolRun install = run({"install", "parakeetUltra"});
-    ASSERT_EQ(install.exitCode, 0) << install.err.toStdString();
-
-    // The application's store, on the settings the tool wrote, builds the Parakeet engine.
-    SettingsStore settings(QDir(configHome.path()).filePath("vocari/settings.json"));
-    SettingsStore *previous = SettingsStore::setShared(&settings);
-    ModelStore store(ModelStore::Options{{}, false});
-    EXPECT_EQ(store.selected(), "parakeetUltra");
-    std::unique_ptr<Transcriber> transcriber = store.makeTranscriber(false);
-    SettingsStore::setShared(previous);
-    ASSERT_TRUE(dynamic_cast<ParakeetTranscriber *>(transcriber.get()));
-
-    QFile planFile(fixture("sentence.json"));
-    ASSERT_TRUE(planFile.open(QIODevice::ReadOnly));
-    const QString expected =
-        QJsonDocument::fromJson(planFile.readAll()).object()["text"].toString();
-
-    // And vocari-transcribe, given the installed folder, reads the fixture sentence with it.
-    // (It runs as a program of its own: threads started in this process after a QProcess has
-    // forked are beyond ThreadSanitizer's bookkeeping.)
-    QProcess transcribe;
-    transcribe.start(QStringLiteral(VOCARI_TRANSCRIBE_TOOL),
-                     {"--model", home.modelFolder("parakeetUltra"), fixture("sentence.wav")});
-    ASSERT_TRUE(transcribe.waitForFinished(60000));
-    EXPECT_EQ(transcribe.exitCode(), 0) << transcribe.readAllStandardError().toStdString();
-    EXPECT_EQ(QString::fromUtf8(transcribe.readAllStandardOutput()), expected + "\n");
 }

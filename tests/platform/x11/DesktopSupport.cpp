@@ -3,6 +3,7 @@
 #include "platform/x11/XConnection.h"
 
 #include <QUrl>
+#include <memory>
 
 // Xlib last: its macros must not meet the headers above.
 #include <X11/XKBlib.h>
@@ -150,41 +151,37 @@ namespace vocari::test::x11 {
 
 namespace {
 
-// A connection for one helper call.
-struct Connection
+// A connection of its own for one helper call; null when the display cannot be reached.
+using Connection = std::unique_ptr<Display, int (*)(Display *)>;
+Connection connect()
 {
-    Display *display = XOpenDisplay(nullptr);
-    ~Connection()
-    {
-        if (display)
-            XCloseDisplay(display);
-    }
-};
+    return {XOpenDisplay(nullptr), XCloseDisplay};
+}
 
 } // namespace
 
 Repeat setAutoRepeat(Repeat repeat)
 {
-    Connection connection;
+    const Connection display = connect();
     Repeat old;
-    if (!connection.display)
+    if (!display)
         return old;
-    XkbGetAutoRepeatRate(connection.display, XkbUseCoreKbd, &old.delayMs, &old.intervalMs);
-    XkbSetAutoRepeatRate(connection.display, XkbUseCoreKbd, repeat.delayMs, repeat.intervalMs);
-    XSync(connection.display, False);
+    XkbGetAutoRepeatRate(display.get(), XkbUseCoreKbd, &old.delayMs, &old.intervalMs);
+    XkbSetAutoRepeatRate(display.get(), XkbUseCoreKbd, repeat.delayMs, repeat.intervalMs);
+    XSync(display.get(), False);
     return old;
 }
 
 std::vector<unsigned long> keyboardMapping()
 {
-    Connection connection;
+    const Connection display = connect();
     std::vector<unsigned long> mapping;
-    if (!connection.display)
+    if (!display)
         return mapping;
     int first = 0, last = 0, perKeycode = 0;
-    XDisplayKeycodes(connection.display, &first, &last);
+    XDisplayKeycodes(display.get(), &first, &last);
     KeySym *symbols =
-        XGetKeyboardMapping(connection.display, KeyCode(first), last - first + 1, &perKeycode);
+        XGetKeyboardMapping(display.get(), KeyCode(first), last - first + 1, &perKeycode);
     mapping.assign(symbols, symbols + (last - first + 1) * perKeycode);
     XFree(symbols);
     return mapping;
@@ -192,29 +189,27 @@ std::vector<unsigned long> keyboardMapping()
 
 bool capsLockOn()
 {
-    Connection connection;
+    const Connection display = connect();
     XkbStateRec state{};
-    if (!connection.display)
+    if (!display)
         return false;
-    XkbGetState(connection.display, XkbUseCoreKbd, &state);
+    XkbGetState(display.get(), XkbUseCoreKbd, &state);
     return state.locked_mods & LockMask;
 }
 
 void setActiveWindowProperty(unsigned long window)
 {
-    Connection connection;
-    if (!connection.display)
+    const Connection display = connect();
+    if (!display)
         return;
-    const Atom active = XInternAtom(connection.display, "_NET_ACTIVE_WINDOW", False);
-    const Window root = DefaultRootWindow(connection.display);
-    if (window == 0) {
-        XDeleteProperty(connection.display, root, active);
-    } else {
-        const unsigned long value = window;
-        XChangeProperty(connection.display, root, active, XA_WINDOW, 32, PropModeReplace,
-                        reinterpret_cast<const unsigned char *>(&value), 1);
-    }
-    XSync(connection.display, False);
+    const Atom active = XInternAtom(display.get(), "_NET_ACTIVE_WINDOW", False);
+    const Window root = DefaultRootWindow(display.get());
+    if (window == 0)
+        XDeleteProperty(display.get(), root, active);
+    else
+        XChangeProperty(display.get(), root, active, XA_WINDOW, 32, PropModeReplace,
+                        reinterpret_cast<const unsigned char *>(&window), 1);
+    XSync(display.get(), False);
 }
 
 ForeignGrab::ForeignGrab(const char *keysymName, unsigned int xModifiers)

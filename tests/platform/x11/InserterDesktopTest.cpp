@@ -200,15 +200,15 @@ protected:
                                       << command.arg(lineFile));
         if (!m_terminal.waitForStarted())
             return program + QStringLiteral(" is not installed");
+        const QString search =
+            QStringLiteral("xdotool search --onlyvisible --pid %1").arg(m_terminal.processId());
         QString window;
         waitUntil(
             [&] {
-                QProcess search;
-                search.start(QStringLiteral("xdotool"),
-                             {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
-                              QStringLiteral("--pid"), QString::number(m_terminal.processId())});
-                search.waitForFinished();
-                window = QString::fromLatin1(search.readAllStandardOutput()).section(u'\n', 0, 0);
+                QProcess xdotool;
+                xdotool.startCommand(search);
+                xdotool.waitForFinished();
+                window = QString::fromLatin1(xdotool.readAllStandardOutput()).section(u'\n', 0, 0);
                 return !window.isEmpty() || m_terminal.state() == QProcess::NotRunning;
             },
             std::chrono::seconds(20));

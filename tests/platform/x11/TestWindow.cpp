@@ -6,9 +6,8 @@
 //   release <X keycode> <X modifier state> <auto-repeat 0|1> <percent-encoded text>
 //   text <percent-encoded text of the editor>
 //
-// Options: --class NAME sets the WM_CLASS class (to look like a terminal, say);
-// --clipboard-text TEXT and --clipboard-png put content of both kinds on the clipboard at
-// start. Commands on standard input: "clear" empties the editor, "quit" ends the program.
+// Options: --clipboard-text TEXT and --clipboard-png put content of both kinds on the clipboard
+// at start. Commands on standard input: "clear" empties the editor, "quit" ends the program.
 
 #include <QApplication>
 #include <QBuffer>
@@ -83,17 +82,12 @@ int main(int argc, char **argv)
 {
     QApplication app(argc, argv);
     QCommandLineParser parser;
-    const QCommandLineOption classOption(QStringLiteral("class"), QStringLiteral("WM_CLASS"),
-                                         QStringLiteral("name"));
     const QCommandLineOption textOption(QStringLiteral("clipboard-text"),
                                         QStringLiteral("clipboard text"), QStringLiteral("text"));
     const QCommandLineOption pngOption(QStringLiteral("clipboard-png"),
                                        QStringLiteral("put a PNG image on the clipboard"));
-    parser.addOptions({classOption, textOption, pngOption});
+    parser.addOptions({textOption, pngOption});
     parser.process(app);
-    QCoreApplication::setApplicationName(parser.isSet(classOption)
-                                             ? parser.value(classOption)
-                                             : QStringLiteral("vocari-test-window"));
 
     QPlainTextEdit editor;
     editor.setWindowTitle(QStringLiteral("Vocari test window"));

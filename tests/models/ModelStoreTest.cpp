@@ -28,6 +28,10 @@ const QString kUltraRepo = QStringLiteral("istupakov/parakeet-tdt-0.6b-v3-onnx")
 class FakeDownload : public ModelDownload
 {
 public:
+    FakeDownload(QString repository, QString folder)
+        : repository(std::move(repository)), folder(std::move(folder))
+    {
+    }
     void start() override { started = true; }
     void cancel() override { end(DownloadError::cancelled()); }
     std::optional<DownloadError> error() const override { return m_error; }
@@ -42,6 +46,7 @@ public:
         emit finished();
     }
 
+    const QString repository, folder;
     bool started = false;
 
 private:
@@ -49,23 +54,15 @@ private:
     std::optional<DownloadError> m_error;
 };
 
-// Every fake download a store asked for, with the repository and folder it was given.
+// Every fake download a store asked for.
 struct FakeDownloads
 {
-    struct Made
-    {
-        QString repository;
-        QString folder;
-        QPointer<FakeDownload> download;
-    };
-    QList<Made> made;
+    QList<QPointer<FakeDownload>> made;
 
     ModelDownloadFactory factory()
     {
-        return [this](const QString &repository, const QString &folder) -> ModelDownload * {
-            auto *download = new FakeDownload;
-            made.append({repository, folder, download});
-            return download;
+        return [this](const QString &repository, const QString &folder) {
+            return made.emplace_back(new FakeDownload(repository, folder)).data();
         };
     }
 };
@@ -227,8 +224,8 @@ TEST_F(ModelStoreTest, AddHubChecksTheRepositoryThenRegistersAndDownloads)
     EXPECT_EQ(store.selected(), "system");
     EXPECT_EQ(Engine::listFromJson(storedCustomEngines()), std::vector<Engine>{added});
     ASSERT_EQ(fakes.made.size(), 1);
-    EXPECT_EQ(fakes.made[0].folder, home.modelFolder(added.id));
-    EXPECT_TRUE(fakes.made[0].download->started && store.isDownloading(added.id));
+    EXPECT_EQ(fakes.made[0]->folder, home.modelFolder(added.id));
+    EXPECT_TRUE(fakes.made[0]->started && store.isDownloading(added.id));
 
     // Doubled slashes pass and the repository is kept as typed; the name is not trimmed;
     // the comparison with existing repositories is exact.
@@ -293,9 +290,9 @@ TEST_F(ModelStoreTest, FollowsADownloadToTheEndAndIgnoresLateReports)
     store.install(ultra());                 // one download per engine
     store.install(Engine::defaultEngine()); // nothing to download
     ASSERT_EQ(fakes.made.size(), 1);
-    EXPECT_EQ(fakes.made[0].repository, kUltraRepo);
+    EXPECT_EQ(fakes.made[0]->repository, kUltraRepo);
     EXPECT_EQ(seen.jobs, 1);
-    FakeDownload &download = *fakes.made[0].download;
+    FakeDownload &download = *fakes.made[0];
 
     download.report(0.25);
     download.report(0.25);
@@ -315,7 +312,7 @@ TEST_F(ModelStoreTest, FollowsADownloadToTheEndAndIgnoresLateReports)
     // A failure: its message, and a late report changes nothing.
     store.install(ultra());
     ASSERT_EQ(fakes.made.size(), 2);
-    FakeDownload &failing = *fakes.made[1].download;
+    FakeDownload &failing = *fakes.made[1];
     failing.report(0.5);
     failing.end(DownloadError::network("The download of vocab.txt timed out."));
     failing.report(0.75);
@@ -326,7 +323,7 @@ TEST_F(ModelStoreTest, FollowsADownloadToTheEndAndIgnoresLateReports)
     store.install(ultra());
     EXPECT_TRUE(store.lastError().isEmpty());
     test::writeFakeModel(ultraFolder());
-    fakes.made[2].download->end(std::nullopt);
+    fakes.made[2]->end(std::nullopt);
     EXPECT_EQ(store.state(kUltra), ModelState::installed());
     EXPECT_TRUE(dynamic_cast<ParakeetTranscriber *>(store.makeTranscriber(false).get()));
     ASSERT_TRUE(test::waitUntil([&] { return store.sizes().contains(kUltra); }));
@@ -370,7 +367,7 @@ TEST_F(ModelStoreTest, ARedownloadOfTheSelectedEngineDictatesWithTheBuiltInEngin
     EXPECT_TRUE(dynamic_cast<SystemTranscriber *>(store.makeTranscriber(true).get()));
 
     // A failed download left the old model in place: it is used again.
-    fakes.made[0].download->end(DownloadError::network("The download of vocab.txt timed out."));
+    fakes.made[0]->end(DownloadError::network("The download of vocab.txt timed out."));
     EXPECT_EQ(store.selected(), kUltra);
     EXPECT_TRUE(dynamic_cast<ParakeetTranscriber *>(store.makeTranscriber(false).get()));
 }

@@ -1,7 +1,10 @@
 #pragma once
 
-#include <QByteArray>
-#include <QString>
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
 #include <QStringList>
 #include <QTemporaryDir>
 #include <functional>
@@ -13,13 +16,18 @@ namespace vocari::test {
 class ScopedEnvironment
 {
 public:
-    ScopedEnvironment(const char *name, const std::optional<QString> &value);
-    ~ScopedEnvironment();
+    ScopedEnvironment(const char *name, const std::optional<QString> &value) : m_name(name)
+    {
+        if (qEnvironmentVariableIsSet(name))
+            m_previous = qgetenv(name);
+        value ? qputenv(name, value->toUtf8()) : qunsetenv(name);
+    }
+    ~ScopedEnvironment() { m_previous ? qputenv(m_name, *m_previous) : qunsetenv(m_name); }
     ScopedEnvironment(const ScopedEnvironment &) = delete;
     ScopedEnvironment &operator=(const ScopedEnvironment &) = delete;
 
 private:
-    QByteArray m_name;
+    const char *m_name;
     std::optional<QByteArray> m_previous;
 };
 
@@ -28,28 +36,66 @@ private:
 class ScopedDataHome
 {
 public:
-    ScopedDataHome();
     QString path() const { return m_dir.path(); }
     QString modelsRoot() const { return m_dir.filePath(QStringLiteral("vocari/models")); }
     QString modelFolder(const QString &id) const { return modelsRoot() + QLatin1Char('/') + id; }
 
 private:
     QTemporaryDir m_dir;
-    ScopedEnvironment m_dataHome;
-    ScopedEnvironment m_endpoint;
-    ScopedEnvironment m_token;
+    ScopedEnvironment m_dataHome{"XDG_DATA_HOME", m_dir.path()};
+    ScopedEnvironment m_endpoint{"HF_ENDPOINT", std::nullopt};
+    ScopedEnvironment m_token{"HF_TOKEN", std::nullopt};
 };
 
 // Runs the event loop until condition holds or a generous limit passes; returns the
 // condition. The limit only keeps a broken build from hanging; no test depends on timing.
-bool waitUntil(const std::function<bool()> &condition, int limitMs = 30000);
+// Deferred deletions run too, as they would in the application's event loop.
+inline bool waitUntil(const std::function<bool()> &condition, int limitMs = 30000)
+{
+    const QDeadlineTimer deadline(limitMs);
+    while (!condition()) {
+        if (deadline.hasExpired())
+            return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+    return true;
+}
 
-// The required files of the community int8 layout, with small made-up contents.
-QStringList communityInt8Files();
+// The required files of the community int8 layout.
+inline QStringList communityInt8Files()
+{
+    return {QStringLiteral("nemo128.onnx"), QStringLiteral("encoder-model.int8.onnx"),
+            QStringLiteral("decoder_joint-model.int8.onnx"), QStringLiteral("vocab.txt")};
+}
+
 // Writes those files into folder (created as needed), each holding its own name.
-void writeFakeModel(const QString &folder, const QStringList &files = communityInt8Files());
+inline void writeFakeModel(const QString &folder, const QStringList &files = communityInt8Files())
+{
+    for (const QString &name : files) {
+        QFile file(QDir(folder).filePath(name));
+        QDir().mkpath(QFileInfo(file).absolutePath());
+        if (file.open(QIODevice::WriteOnly))
+            file.write(name.toUtf8());
+    }
+}
+
 // Every file below folder, relative to it, sorted.
-QStringList filesBelow(const QString &folder);
-QByteArray readFile(const QString &path);
+inline QStringList filesBelow(const QString &folder)
+{
+    QStringList files;
+    QDirIterator it(folder, QDir::Files | QDir::Hidden | QDir::System,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext())
+        files << QDir(folder).relativeFilePath(it.next());
+    files.sort();
+    return files;
+}
+
+inline QByteArray readFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
 
 } // namespace vocari::test

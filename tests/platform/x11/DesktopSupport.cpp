@@ -1,9 +1,14 @@
+// The harness of the X11 desktop tests, and their main(): a private Xvfb display for the whole
+// program, and a Qt GUI application on it (the clipboard needs one).
+
 #include "DesktopSupport.h"
 
+#include "XvfbDisplay.h"
 #include "platform/x11/XConnection.h"
 
+#include <QGuiApplication>
 #include <QUrl>
-#include <memory>
+#include <gtest/gtest.h>
 
 // Xlib last: its macros must not meet the headers above.
 #include <X11/XKBlib.h>
@@ -13,6 +18,9 @@
 namespace vocari::test {
 
 namespace {
+
+XvfbDisplay *display = nullptr;
+QString reason;
 
 // Pause (X keycode 127) is the key the tests press to know that earlier keys have arrived: it
 // types nothing and, unlike the function keys under Ctrl+Alt, the server never acts on it.
@@ -24,6 +32,16 @@ QString decoded(const QByteArray &field)
 }
 
 } // namespace
+
+XvfbDisplay *testDisplay()
+{
+    return display;
+}
+
+QString noDisplayReason()
+{
+    return reason;
+}
 
 bool xdotool(const QString &words)
 {
@@ -153,7 +171,7 @@ namespace {
 
 // A connection of its own for one helper call; null when the display cannot be reached.
 using Connection = std::unique_ptr<Display, int (*)(Display *)>;
-Connection connect()
+Connection openDisplay()
 {
     return {XOpenDisplay(nullptr), XCloseDisplay};
 }
@@ -162,7 +180,7 @@ Connection connect()
 
 Repeat setAutoRepeat(Repeat repeat)
 {
-    const Connection display = connect();
+    const Connection display = openDisplay();
     Repeat old;
     if (!display)
         return old;
@@ -174,7 +192,7 @@ Repeat setAutoRepeat(Repeat repeat)
 
 std::vector<unsigned long> keyboardMapping()
 {
-    const Connection display = connect();
+    const Connection display = openDisplay();
     std::vector<unsigned long> mapping;
     if (!display)
         return mapping;
@@ -189,7 +207,7 @@ std::vector<unsigned long> keyboardMapping()
 
 bool capsLockOn()
 {
-    const Connection display = connect();
+    const Connection display = openDisplay();
     XkbStateRec state{};
     if (!display)
         return false;
@@ -199,7 +217,7 @@ bool capsLockOn()
 
 void setActiveWindowProperty(unsigned long window)
 {
-    const Connection display = connect();
+    const Connection display = openDisplay();
     if (!display)
         return;
     const Atom active = XInternAtom(display.get(), "_NET_ACTIVE_WINDOW", False);
@@ -212,21 +230,15 @@ void setActiveWindowProperty(unsigned long window)
     XSync(display.get(), False);
 }
 
-ForeignGrab::ForeignGrab(const char *keysymName, unsigned int xModifiers)
-    : m_display(XOpenDisplay(nullptr))
+ForeignGrab::ForeignGrab(const char *keysymName, unsigned int xModifiers) : m_display(openDisplay())
 {
-    if (!m_display)
+    Display *display = m_display.get();
+    if (!display)
         return;
-    const KeyCode keycode = XKeysymToKeycode(m_display, XStringToKeysym(keysymName));
-    XGrabKey(m_display, keycode, xModifiers, DefaultRootWindow(m_display), False, GrabModeAsync,
+    const KeyCode keycode = XKeysymToKeycode(display, XStringToKeysym(keysymName));
+    XGrabKey(display, keycode, xModifiers, DefaultRootWindow(display), False, GrabModeAsync,
              GrabModeAsync);
-    XSync(m_display, False);
-}
-
-ForeignGrab::~ForeignGrab()
-{
-    if (m_display)
-        XCloseDisplay(m_display);
+    XSync(display, False);
 }
 
 GrabbedPressCounter::GrabbedPressCounter(unsigned int keycode)
@@ -243,3 +255,24 @@ GrabbedPressCounter::~GrabbedPressCounter()
 }
 
 } // namespace vocari::test::x11
+
+int main(int argc, char **argv)
+{
+    testing::InitGoogleTest(&argc, argv);
+    vocari::test::XvfbDisplay xvfb;
+    // Listing the tests needs no server.
+    if (!GTEST_FLAG_GET(list_tests) && xvfb.start()) {
+        vocari::test::display = &xvfb;
+        qputenv("DISPLAY", xvfb.name().toLocal8Bit());
+        qputenv("QT_QPA_PLATFORM", "xcb");
+    } else {
+        vocari::test::reason = xvfb.error();
+        qunsetenv("DISPLAY");
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    }
+    // Whatever session the tests were started from, they run in this X session.
+    qunsetenv("XDG_SESSION_TYPE");
+    qunsetenv("WAYLAND_DISPLAY");
+    QGuiApplication app(argc, argv);
+    return RUN_ALL_TESTS();
+}

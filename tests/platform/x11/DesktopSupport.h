@@ -5,6 +5,7 @@
 #include <QProcess>
 #include <QString>
 #include <QStringList>
+#include <memory>
 #include <vector>
 
 struct _XDisplay;
@@ -103,12 +104,9 @@ class ForeignGrab
 {
 public:
     ForeignGrab(const char *keysymName, unsigned int xModifiers);
-    ~ForeignGrab();
-    ForeignGrab(const ForeignGrab &) = delete;
-    ForeignGrab &operator=(const ForeignGrab &) = delete;
 
 private:
-    _XDisplay *m_display = nullptr;
+    std::unique_ptr<_XDisplay, int (*)(_XDisplay *)> m_display;
 };
 
 // Counts the core key presses of one X keycode that reach the program's shared connection,

@@ -160,21 +160,31 @@ TEST_F(HubDownloadTest, InstallsTheLayoutsFilesThroughRedirectsAndReportsOneFrac
     EXPECT_DOUBLE_EQ(run.fractions.back(), 1.0);
 }
 
-TEST_F(HubDownloadTest, KeepsNestedPathsAndEncodesWhatAUrlCannotHold)
+TEST_F(HubDownloadTest, KeepsNestedPathsEncodesWhatAUrlCannotHoldAndCountsUnsizedFiles)
 {
+    // The listing gives no sizes: each file counts as done from its first byte.
     const QString repo = QStringLiteral("o#1/n%2");
     const QString nested = QString::fromUtf8("Encoder.onnx/dir é#1/weight?.bin");
-    server.addFile(repo, QStringLiteral("Preprocessor.onnx"), QByteArray("p"));
+    const auto addUnsized = [&](const QString &path, const QByteArray &body) {
+        HubTestServer::File file;
+        file.body = body;
+        file.useBodySize = false;
+        server.addFile(repo, path, file);
+    };
+    addUnsized(QStringLiteral("Preprocessor.onnx"), "p");
     server.addDirectory(repo, QStringLiteral("Encoder.onnx"));
-    server.addFile(repo, nested, QByteArray("weights"));
-    server.addFile(repo, QStringLiteral("Decoder.onnx"), QByteArray("d"));
+    addUnsized(nested, "weights");
+    addUnsized(QStringLiteral("Decoder.onnx"), "d");
     server.addDirectory(repo, QStringLiteral("JointDecisionv3.onnx"));
-    server.addFile(repo, QStringLiteral("parakeet_v3_vocab.json"), QByteArray("{}"));
+    addUnsized(QStringLiteral("parakeet_v3_vocab.json"), "{}");
 
     DownloadRun run(server.address(), repo, target());
     ASSERT_TRUE(run.waitFinished());
     EXPECT_FALSE(run.download.error()) << run.message().toStdString();
     EXPECT_EQ(test::readFile(QDir(target()).filePath(nested)), "weights");
+    ASSERT_FALSE(run.fractions.isEmpty());
+    for (double fraction : run.fractions)
+        EXPECT_DOUBLE_EQ(fraction, 1.0);
     // A directory entry passes the presence check but brings no file: the folder is
     // incomplete, which the store's check afterwards finds.
     EXPECT_EQ(ModelFolders::missingFiles(target()),
@@ -446,19 +456,6 @@ TEST_F(HubDownloadTest, RunsAtMostThreeTransfersAtOnceInListingOrder)
     ASSERT_EQ(started.size(), names.size());
     EXPECT_EQ(QSet<QString>(started.begin(), started.begin() + 3),
               QSet<QString>(names.begin(), names.begin() + 3));
-}
-
-TEST_F(HubDownloadTest, CountsUnsizedListingsAsDoneFromTheFirstByte)
-{
-    serveModel();
-    for (const QString &name : test::communityInt8Files())
-        served(name).useBodySize = false;
-    DownloadRun run(server.address(), kRepo, target());
-    ASSERT_TRUE(run.waitFinished());
-    EXPECT_FALSE(run.download.error());
-    ASSERT_FALSE(run.fractions.isEmpty());
-    for (double fraction : run.fractions)
-        EXPECT_DOUBLE_EQ(fraction, 1.0);
 }
 
 TEST_F(HubDownloadTest, SendsTheTokenToTheHubButNotToWhereItRedirects)

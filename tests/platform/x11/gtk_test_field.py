@@ -27,35 +27,30 @@ def main():
     entry = Gtk.Entry()
     window.add(entry)
     window.resize(480, 60)
-    ready = False
 
     def on_key(_widget, event):
         kind = "press" if event.type == Gdk.EventType.KEY_PRESS else "release"
         report(f"{kind} {event.hardware_keycode} {int(event.state)} 0 {encoded(event.string)}")
         return False
 
-    def on_focus(_widget, _event):
-        nonlocal ready
-        if not ready:
-            ready = True
-            report(f"ready {window.get_window().get_xid()} {os.getpid()}")
+    def on_focus(*_):
+        # Only the first focus announces the window.
+        entry.disconnect(focus_handler)
+        report(f"ready {window.get_window().get_xid()} {os.getpid()}")
         return False
 
     def on_command(channel, _condition):
-        line = channel.readline()
-        if not line:
+        command = channel.readline()
+        if command.strip() == "clear":
+            entry.set_text("")
+        elif not command or command.strip() == "quit":
             Gtk.main_quit()
             return False
-        command = line.strip()
-        if command == "clear":
-            entry.set_text("")
-        elif command == "quit":
-            Gtk.main_quit()
         return True
 
     entry.connect("key-press-event", on_key)
     entry.connect("key-release-event", on_key)
-    entry.connect("focus-in-event", on_focus)
+    focus_handler = entry.connect("focus-in-event", on_focus)
     entry.connect("changed", lambda _entry: report("text " + encoded(entry.get_text())))
     # Without a window manager nobody gives the new window the focus: it takes it once mapped.
     window.connect("map-event", lambda *_: window.get_window().focus(0))

@@ -15,9 +15,11 @@ namespace vocari {
 namespace {
 
 // The code point that the UTF-16 unit at `at` belongs to (both halves of a surrogate pair
-// give the pair's code point).
+// give the pair's code point); 0, which is no word character, past either end.
 char32_t codePointAt(QStringView text, qsizetype at)
 {
+    if (at < 0 || at >= text.size())
+        return 0;
     const QChar unit = text[at];
     if (unit.isHighSurrogate() && at + 1 < text.size() && text[at + 1].isLowSurrogate())
         return QChar::surrogateToUcs4(unit, text[at + 1]);

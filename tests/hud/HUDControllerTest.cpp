@@ -103,10 +103,14 @@ TEST_F(HUDControllerTest, ViewFollowsTheDictation)
     EXPECT_EQ(m_hud.view()->content().icon, HUDIcon::cancelled);
     EXPECT_EQ(m_hud.view()->content().label, QStringLiteral("Cancelled"));
     EXPECT_FALSE(m_hud.view()->content().showEsc);
+    spin(80ms); // the preview's loop wakes from its 50 ms sleep and ends
 }
 
 TEST_F(HUDControllerTest, ThousandsOfShowsAndHidesDoNotGrowMemory)
 {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "AddressSanitizer holds freed memory back, so resident memory says nothing";
+#endif
     QList<float> levels(28, 0.0f);
     const auto cycle = [&](int n) {
         m_hud.show();

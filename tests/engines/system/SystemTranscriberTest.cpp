@@ -328,7 +328,9 @@ TEST(SystemTranscriber, ReportsLanguagesWithoutAUsableModel)
         feedAll(transcriber, *audio, 1600);
         EXPECT_EQ(finish(transcriber), QString());
         transcriber.cancel();
-        EXPECT_TRUE(recorder.entries().isEmpty());
+        // Nothing heard; a slow load (as under a sanitizer) may have reported its status.
+        EXPECT_TRUE(recorder.texts("text").isEmpty());
+        EXPECT_TRUE(recorder.texts("commit").isEmpty());
         EXPECT_FALSE(transcriber.failure());
     }
     QLoggingCategory::setFilterRules(QString());

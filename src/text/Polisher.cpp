@@ -1,5 +1,7 @@
 #include "text/Polisher.h"
 
+#include "text/CodePoints.h"
+
 #include <QSet>
 #include <QStringView>
 #include <QTextBoundaryFinder>
@@ -13,20 +15,6 @@
 namespace vocari {
 
 namespace {
-
-// The code point that the UTF-16 unit at `at` belongs to (both halves of a surrogate pair
-// give the pair's code point); 0, which is no word character, past either end.
-char32_t codePointAt(QStringView text, qsizetype at)
-{
-    if (at < 0 || at >= text.size())
-        return 0;
-    const QChar unit = text[at];
-    if (unit.isHighSurrogate() && at + 1 < text.size() && text[at + 1].isLowSurrogate())
-        return QChar::surrogateToUcs4(unit, text[at + 1]);
-    if (unit.isLowSurrogate() && at > 0 && text[at - 1].isHighSurrogate())
-        return QChar::surrogateToUcs4(text[at - 1], unit);
-    return unit.unicode();
-}
 
 bool isLetter(QStringView text, qsizetype at)
 {

@@ -1,6 +1,7 @@
 #include "text/TextProcessor.h"
 
 #include "settings/Preferences.h"
+#include "text/CodePoints.h"
 
 #include <QRegularExpression>
 #include <QTextBoundaryFinder>
@@ -16,25 +17,6 @@ bool isLineBreak(QChar c)
     return (unit >= 0x0A && unit <= 0x0D) || unit == 0x85 || unit == 0x2028 || unit == 0x2029;
 }
 
-char32_t firstCodePoint(QStringView text)
-{
-    if (text.isEmpty())
-        return 0;
-    if (text.size() >= 2 && text[0].isHighSurrogate() && text[1].isLowSurrogate())
-        return QChar::surrogateToUcs4(text[0], text[1]);
-    return text[0].unicode();
-}
-
-char32_t lastCodePoint(QStringView text)
-{
-    if (text.isEmpty())
-        return 0;
-    const qsizetype last = text.size() - 1;
-    if (last >= 1 && text[last].isLowSurrogate() && text[last - 1].isHighSurrogate())
-        return QChar::surrogateToUcs4(text[last - 1], text[last]);
-    return text[last].unicode();
-}
-
 // Letters, numbers and the combining marks that belong to them. A side of the heard text that
 // ends in one of these must meet the edge of a word.
 bool isWordCharacter(char32_t c)
@@ -46,13 +28,6 @@ bool isWordCharacter(char32_t c)
 // mark (an accent typed as a separate code point, an Indic vowel sign or virama) and the
 // zero-width joiners that shape Indic conjuncts. None of these may sit just outside a match.
 const QLatin1String kWordInText("[\\p{L}\\p{N}\\p{M}\\p{Pc}\\x{200C}\\x{200D}]");
-
-qsizetype codePointLength(QStringView text, qsizetype at)
-{
-    const bool pair =
-        text[at].isHighSurrogate() && at + 1 < text.size() && text[at + 1].isLowSurrogate();
-    return pair ? 2 : 1;
-}
 
 // The heard text as a literal pattern in which every accented letter also matches its
 // decomposed spelling (base letter plus combining marks), so that a rule typed one way finds
@@ -85,9 +60,9 @@ std::optional<QRegularExpression> wholeWordPattern(const QString &heard)
     if (!QStringView(heard).isValidUtf16())
         return std::nullopt;
     QString pattern = literalPattern(heard);
-    if (isWordCharacter(firstCodePoint(heard)))
+    if (isWordCharacter(codePointAt(heard, 0)))
         pattern.prepend(QLatin1String("(?<!") + kWordInText + QLatin1Char(')'));
-    if (isWordCharacter(lastCodePoint(heard)))
+    if (isWordCharacter(codePointAt(heard, heard.size() - 1)))
         pattern.append(QLatin1String("(?!") + kWordInText + QLatin1Char(')'));
     // Unicode properties make case-insensitive matching and the classes above know every
     // letter, not ASCII only.

@@ -1,0 +1,352 @@
+#include "app/AppModel.h"
+
+#include "app/AppLog.h"
+#include "dictation/AudioEngine.h"
+#include "dictation/Clock.h"
+#include "engines/Transcriber.h"
+#include "hotkey/HotkeyMonitor.h"
+#include "hud/HUDController.h"
+#include "hud/HUDView.h"
+#include "settings/Preferences.h"
+#include "settings/SettingsStore.h"
+#include "text/TextProcessor.h"
+
+#include <QPointer>
+
+namespace vocari {
+
+namespace {
+
+// Wraps a callback so that it does nothing once the model is gone.
+template <typename Function> auto weakly(AppModel *model, Function function)
+{
+    return [guard = QPointer<AppModel>(model), function](auto &&...arguments) {
+        if (guard)
+            function(std::forward<decltype(arguments)>(arguments)...);
+    };
+}
+
+} // namespace
+
+AppModel::AppModel(Services services, QObject *parent)
+    : QObject(parent), m_desktop(std::move(services.desktop)), m_sounds(std::move(services.sounds)),
+      m_makeTranscriber(std::move(services.makeTranscriber))
+{
+    // 1. The session, the model store, the key monitor and the HUD.
+    m_dictation = std::make_unique<Dictation>(std::move(services.audio),
+                                              services.clock ? services.clock : Clock::system());
+    m_models = std::make_unique<ModelStore>(std::move(services.models));
+    m_monitor = std::make_unique<HotkeyMonitor>(std::move(services.keys));
+    m_hud = std::make_unique<HUDController>();
+    m_hotkey = Preferences::hotkey();
+    if (!m_makeTranscriber) {
+        m_makeTranscriber = [models = m_models.get()](bool live) {
+            return std::shared_ptr<Transcriber>(models->makeTranscriber(live));
+        };
+    }
+    install();
+}
+
+AppModel::~AppModel()
+{
+    m_timer.stop();
+    m_monitor->stop();
+    // The HUD's view watches the session: it goes first.
+    m_hud.reset();
+}
+
+void AppModel::install()
+{
+    // 2. The HUD panel, bound to the session. Without a compositor a translucent window is
+    // drawn black where it should be clear, so the panel is then cut to its glass.
+    m_hud->attach(m_dictation.get());
+    m_hud->setShapedToGlass(!m_desktop->hasCompositor());
+
+    // 3. The session's callbacks.
+    m_dictation->setOnCommit(weakly(this, [this](const QString &phrase) { onCommit(phrase); }));
+    m_dictation->setOnFinished(weakly(this, [this](const QString &text) { onFinished(text); }));
+    m_dictation->setOnListening(weakly(this, [this] {
+        if (Preferences::sounds())
+            play(Sound::start);
+    }));
+    m_dictation->setOnDemoEnded(weakly(this, [this] { m_hud->hide(kHideAtOnce); }));
+    m_dictation->setOnCancelled(weakly(this, [this] { onCancelled(); }));
+    connect(m_dictation.get(), &Dictation::phaseChanged, this, &AppModel::onPhaseChanged);
+    connect(m_dictation.get(), &Dictation::isDemoChanged, this, &AppModel::onPhaseChanged);
+
+    // 4. The key monitor's callbacks. Escape cancels while a dictation runs.
+    m_monitor->escapeActive = [guard = QPointer<AppModel>(this)] {
+        return guard && guard->m_dictation->phase() != Dictation::Phase::idle;
+    };
+    m_monitor->onEscape = weakly(this, [this] { m_dictation->cancel(); });
+    m_monitor->onPress = weakly(this, [this] { keyPressed(); });
+    m_monitor->onRelease = weakly(this, [this] { keyReleased(); });
+
+    // A key or engine chosen elsewhere (the settings window, an edit of the file) counts at once.
+    connect(&SettingsStore::shared(), &SettingsStore::valueChanged, this,
+            &AppModel::onSettingChanged);
+    connect(m_models.get(), &ModelStore::selectedChanged, this,
+            [this] { qCInfo(lcApp).noquote() << "speech engine:" << selectedEngineName(); });
+
+    // 5-7. There is no microphone permission to ask for; input access is checked now and the
+    // monitor started when it is there.
+    refreshPermissions();
+    if (!m_access.granted)
+        qCWarning(lcApp).noquote() << "no input access:" << m_access.explanation;
+
+    // 8. The selected model loads in the background, so the first dictation does not wait.
+    m_models->warmSelected();
+
+    // 9. Input access can come and go (a display that restarts): look again every 1.5 s.
+    m_timer.setInterval(kPermissionPollMs);
+    connect(&m_timer, &QTimer::timeout, this, &AppModel::refreshPermissions);
+    m_timer.start();
+}
+
+QString AppModel::selectedEngineName() const
+{
+    const std::optional<Engine> engine = m_models->engine(m_models->selected());
+    return engine ? engine->name : Engine::defaultEngine().name;
+}
+
+QString AppModel::keyMonitorError() const
+{
+    return m_monitor->isRunning() ? QString() : m_monitor->errorString();
+}
+
+void AppModel::setHotkey(const Hotkey &hotkey)
+{
+    const bool changed = !(hotkey == m_hotkey);
+    Preferences::setHotkey(hotkey);
+    useHotkey(hotkey);
+    if (changed)
+        emit hotkeyChanged();
+}
+
+void AppModel::useHotkey(const Hotkey &hotkey)
+{
+    m_hotkey = hotkey;
+    // A running monitor restarts with the key by itself; a stopped one starts if it may.
+    m_monitor->setHotkey(hotkey);
+    if (!m_monitor->isRunning())
+        startMonitor();
+}
+
+void AppModel::refreshPermissions()
+{
+    const InputAccessState access = m_desktop->inputAccess();
+    if (!m_accessChecked || !(access == m_access)) {
+        m_accessChecked = true;
+        m_access = access;
+        emit inputAccessChanged();
+    }
+    if (m_access.granted && !m_monitor->isRunning() && !m_recording)
+        startMonitor();
+    else if (!m_access.granted && m_monitor->isRunning())
+        m_monitor->stop();
+}
+
+void AppModel::startMonitor()
+{
+    if (!m_access.granted || m_recording)
+        return;
+    if (m_monitor->start(m_hotkey))
+        qCInfo(lcApp).noquote() << "dictation key:" << m_hotkey.label();
+}
+
+void AppModel::setRecordingHotkey(bool recording)
+{
+    if (m_recording != recording) {
+        m_recording = recording;
+        emit recordingChanged();
+    }
+    if (recording)
+        m_monitor->stop();
+    else
+        startMonitor();
+}
+
+void AppModel::previewHUD()
+{
+    if (m_dictation->phase() != Dictation::Phase::idle && !m_dictation->isDemo())
+        return;
+    m_hud->show();
+    m_dictation->demo();
+}
+
+void AppModel::keyPressed()
+{
+    m_dictation->endDemo();
+    const Dictation::Phase phase = m_dictation->phase();
+    if (phase == Dictation::Phase::idle)
+        startDictation();
+    else if (Preferences::recordMode() == RecordMode::toggle &&
+             phase != Dictation::Phase::finishing)
+        m_dictation->keyUp();
+    else
+        m_dictation->cancel();
+}
+
+void AppModel::keyReleased()
+{
+    if (Preferences::recordMode() == RecordMode::hold)
+        m_dictation->keyUp();
+}
+
+void AppModel::startDictation()
+{
+    m_dictation->endDemo();
+    if (m_dictation->phase() != Dictation::Phase::idle)
+        return;
+    m_hud->show();
+    clearTyped();
+    m_dictation->keyDown(Preferences::liveTyping(), selectedEngineName(), m_makeTranscriber);
+}
+
+void AppModel::stopDictation()
+{
+    const Dictation::Phase phase = m_dictation->phase();
+    if (phase == Dictation::Phase::preparing || phase == Dictation::Phase::listening)
+        m_dictation->keyUp();
+}
+
+void AppModel::toggleDictation()
+{
+    m_dictation->endDemo();
+    if (m_dictation->phase() == Dictation::Phase::idle)
+        startDictation();
+    else
+        stopDictation();
+}
+
+void AppModel::cancelDictation()
+{
+    if (m_dictation->phase() != Dictation::Phase::idle)
+        m_dictation->cancel();
+}
+
+void AppModel::onCommit(const QString &phrase)
+{
+    if (!m_access.granted)
+        return;
+    const QString cleaned = TextProcessor::apply(phrase, m_typed.isEmpty());
+    if (cleaned.isEmpty())
+        return;
+    const QString text = m_typed.isEmpty() ? cleaned : u' ' + cleaned;
+    if (m_typed.isEmpty())
+        m_typedApp = m_desktop->frontmostProcess();
+    // What the window needs to erase it again, which for GTK is fewer keys than characters.
+    m_typedCount += m_desktop->type(text);
+    m_typed.append(cleaned);
+}
+
+void AppModel::onFinished(const QString &text)
+{
+    const bool hasNotice = m_dictation->notice().has_value();
+    const bool sounds = Preferences::sounds();
+
+    if (!m_typed.isEmpty()) {
+        // A live dictation: the phrases are in the window already.
+        if (Preferences::trailingSpace())
+            m_desktop->type(QStringLiteral(" "));
+        setLastDictation(m_typed.join(u' '));
+        clearTyped();
+        m_hud->hide(hasNotice ? kHideAfterNotice : kHideAtOnce);
+        if (sounds)
+            play(hasNotice ? Sound::problem : Sound::done);
+        return;
+    }
+    if (text.isEmpty()) {
+        if (hasNotice && sounds)
+            play(Sound::problem);
+        m_hud->hide(hasNotice ? kHideAfterNotice : kHideAtOnce);
+        return;
+    }
+    const QString cleaned = TextProcessor::apply(text, true);
+    if (cleaned.isEmpty()) {
+        m_hud->hide(kHideAtOnce);
+        return;
+    }
+    setLastDictation(cleaned);
+
+    if (m_access.granted) {
+        m_hud->hide(kHideAtOnce);
+        if (sounds)
+            play(Sound::done);
+        m_desktop->paste(Preferences::trailingSpace() ? cleaned + u' ' : cleaned);
+        return;
+    }
+    // Nothing can be pasted: the text waits on the clipboard instead, and the HUD says so.
+    m_desktop->copyToClipboard(cleaned);
+    if (m_dictation->phase() == Dictation::Phase::idle)
+        m_dictation->setNotice(kCopiedNotice);
+    if (sounds)
+        play(Sound::problem);
+    m_hud->show();
+    m_hud->hide(kHideAfterCopy);
+}
+
+void AppModel::onCancelled()
+{
+    // Typed text is erased only where it was typed: never into a program switched to since.
+    if (m_typedCount > 0 && m_desktop->frontmostProcess() == m_typedApp)
+        m_desktop->erase(m_typedCount);
+    clearTyped();
+    if (Preferences::sounds())
+        play(Sound::cancelled);
+    m_hud->hide(kHideAfterCancel);
+}
+
+void AppModel::onPhaseChanged()
+{
+    // Escape is taken from other programs exactly while there is a dictation to cancel.
+    m_monitor->refreshEscapeGrab();
+    const bool nowActive = active();
+    if (nowActive != m_wasActive) {
+        m_wasActive = nowActive;
+        emit activeChanged(nowActive);
+    }
+}
+
+void AppModel::onSettingChanged(const QString &key)
+{
+    if (key == QLatin1String(SettingsKey::hotkey)) {
+        const Hotkey stored = Preferences::hotkey();
+        if (!(stored == m_hotkey) && !m_recording) {
+            useHotkey(stored);
+            emit hotkeyChanged();
+        }
+    } else if (key == QLatin1String(SettingsKey::engine)) {
+        const QString stored = Preferences::engine();
+        if (stored != m_models->selected() && m_models->engine(stored))
+            m_models->setSelected(stored);
+    }
+}
+
+void AppModel::clearTyped()
+{
+    m_typed.clear();
+    m_typedCount = 0;
+    m_typedApp.reset();
+}
+
+void AppModel::play(Sound sound)
+{
+    if (m_sounds)
+        m_sounds->play(sound);
+}
+
+void AppModel::setLastDictation(const QString &text)
+{
+    if (m_lastDictation == text)
+        return;
+    m_lastDictation = text;
+    emit lastDictationChanged();
+}
+
+bool AppModel::active() const
+{
+    return m_dictation->phase() != Dictation::Phase::idle || m_dictation->isDemo();
+}
+
+} // namespace vocari

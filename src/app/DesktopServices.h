@@ -1,0 +1,57 @@
+#pragma once
+
+#include <QString>
+#include <optional>
+
+namespace vocari {
+
+// Whether the program may watch the keyboard and post keys to other programs, and if not,
+// one plain sentence saying what is missing.
+struct InputAccessState
+{
+    bool granted = false;
+    QString explanation;
+    bool operator==(const InputAccessState &) const = default;
+};
+
+// What the application model needs from the desktop session it runs in: input access, the
+// program in front, putting text there, and the clipboard. The application picks the
+// implementation for the session; tests stand in for it.
+class DesktopServices
+{
+public:
+    virtual ~DesktopServices() = default;
+
+    virtual InputAccessState inputAccess() = 0;
+    // The process id of the program whose window has the keyboard, or none.
+    virtual std::optional<qint64> frontmostProcess() = 0;
+    // Pastes the text into the window in front through the clipboard, which gets the user's
+    // own content back afterwards.
+    virtual void paste(const QString &text) = 0;
+    // Types the text into the window in front; returns how many BackSpaces erase it there.
+    virtual qsizetype type(const QString &text) = 0;
+    // Presses BackSpace `count` times.
+    virtual void erase(qsizetype count) = 0;
+    // Replaces the clipboard's content with the text alone.
+    virtual void copyToClipboard(const QString &text) = 0;
+    // Whether a compositing manager runs, so that translucent windows show what lies below.
+    virtual bool hasCompositor() = 0;
+};
+
+// The four feedback sounds.
+enum class Sound
+{
+    start,    // capture started: the user may speak
+    done,     // the text was pasted, or a live dictation ended well
+    problem,  // ended with a notice, or the text could only be copied
+    cancelled // the dictation was cancelled
+};
+
+class SoundPlayer
+{
+public:
+    virtual ~SoundPlayer() = default;
+    virtual void play(Sound sound) = 0;
+};
+
+} // namespace vocari

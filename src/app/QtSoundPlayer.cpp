@@ -1,0 +1,44 @@
+#include "app/QtSoundPlayer.h"
+
+#include <QSoundEffect>
+#include <QUrl>
+
+namespace vocari {
+
+namespace {
+// Feedback should be heard, not startle: well below full scale.
+constexpr double kVolume = 0.6;
+} // namespace
+
+QtSoundPlayer::QtSoundPlayer(QObject *parent) : QObject(parent) {}
+
+QtSoundPlayer::~QtSoundPlayer() = default;
+
+QString QtSoundPlayer::resourceOf(Sound sound)
+{
+    switch (sound) {
+    case Sound::start:
+        return QStringLiteral("qrc:/vocari/sounds/start.wav");
+    case Sound::done:
+        return QStringLiteral("qrc:/vocari/sounds/done.wav");
+    case Sound::problem:
+        return QStringLiteral("qrc:/vocari/sounds/problem.wav");
+    case Sound::cancelled:
+        return QStringLiteral("qrc:/vocari/sounds/cancelled.wav");
+    }
+    return {};
+}
+
+void QtSoundPlayer::play(Sound sound)
+{
+    QSoundEffect *&effect = m_effects[std::size_t(sound)];
+    if (!effect) {
+        effect = new QSoundEffect(this);
+        effect->setSource(QUrl(resourceOf(sound)));
+        effect->setVolume(kVolume);
+    }
+    effect->stop();
+    effect->play();
+}
+
+} // namespace vocari

@@ -1,0 +1,122 @@
+#include "app/VocariApp.h"
+
+#include "app/AppLog.h"
+#include "app/AppModel.h"
+#include "app/QtSoundPlayer.h"
+#include "hotkey/HotkeyMonitor.h"
+#include "platform/audio/QtAudioEngine.h"
+#include "platform/x11/X11DesktopServices.h"
+#include "platform/x11/X11KeySource.h"
+#include "ui/MenuContent.h"
+#include "ui/SettingsWindow.h"
+
+#include <QApplication>
+#include <QMenu>
+#include <QSystemTrayIcon>
+#include <QTimer>
+
+namespace vocari {
+
+namespace {
+
+// The desktop parts of an X11 session. (Wayland sessions run through XWayland until they get
+// parts of their own; input access then says what is missing.)
+AppModel::Services x11Services()
+{
+    AppModel::Services services;
+    services.audio = std::make_unique<QtAudioEngine>();
+    services.keys = std::make_unique<X11KeySource>();
+    services.desktop = std::make_unique<X11DesktopServices>();
+    services.sounds = std::make_unique<QtSoundPlayer>();
+    return services;
+}
+
+} // namespace
+
+VocariApp::VocariApp(const QElapsedTimer &started, QObject *parent)
+    : QObject(parent), m_model(std::make_unique<AppModel>(x11Services()))
+{
+    m_menu = std::make_unique<QMenu>();
+    m_menuContent = std::make_unique<MenuContent>(
+        *m_model, *m_menu, [this] { openSettings(); }, [] { QCoreApplication::quit(); });
+    showTrayIcon();
+    connect(m_model.get(), &AppModel::activeChanged, this, &VocariApp::updateTrayIcon);
+
+    // Logged once the event loop runs, when the tray icon has been handed to the desktop.
+    QTimer::singleShot(0, this, [this, started] {
+        qCInfo(lcApp, "ready in %.2f s: %s, speech: %s, input access: %s",
+               started.nsecsElapsed() / 1e9, m_tray ? "tray icon shown" : "no tray",
+               qUtf8Printable(m_model->selectedEngineName()),
+               m_model->inputAccessGranted() ? "granted" : "missing");
+    });
+}
+
+VocariApp::~VocariApp()
+{
+    // The menu's content watches the model: it goes first.
+    m_tray.reset();
+    m_menuContent.reset();
+    delete m_settings;
+}
+
+void VocariApp::showTrayIcon()
+{
+    if (!QSystemTrayIcon::isSystemTrayAvailable()) {
+        qCWarning(lcApp, "This desktop shows no tray icons: run \"vocari settings\", or start "
+                         "Vocari again, to open its settings.");
+        return;
+    }
+    m_tray = std::make_unique<QSystemTrayIcon>();
+    m_tray->setContextMenu(m_menu.get());
+    m_tray->setToolTip(QStringLiteral("Vocari"));
+    updateTrayIcon(false);
+    // A left click opens the same menu where the desktop leaves it to the program.
+    connect(m_tray.get(), &QSystemTrayIcon::activated, this,
+            [this](QSystemTrayIcon::ActivationReason reason) {
+                if (reason == QSystemTrayIcon::Trigger)
+                    m_menu->popup(QCursor::pos());
+            });
+    m_tray->show();
+}
+
+void VocariApp::updateTrayIcon(bool active)
+{
+    if (!m_tray)
+        return;
+    m_tray->setIcon(QIcon(active ? QStringLiteral(":/vocari/icons/tray-active.svg")
+                                 : QStringLiteral(":/vocari/icons/tray-idle.svg")));
+    m_tray->setToolTip(active ? QStringLiteral("Vocari: dictating") : QStringLiteral("Vocari"));
+}
+
+void VocariApp::openSettings()
+{
+    if (!m_settings)
+        m_settings = new SettingsWindow(*m_model);
+    m_settings->present();
+}
+
+void VocariApp::handle(ControlCommand command)
+{
+    switch (command) {
+    case ControlCommand::showSettings:
+        openSettings();
+        break;
+    case ControlCommand::toggle:
+        m_model->toggleDictation();
+        break;
+    case ControlCommand::start:
+        m_model->startDictation();
+        break;
+    case ControlCommand::stop:
+        m_model->stopDictation();
+        break;
+    case ControlCommand::cancel:
+        m_model->cancelDictation();
+        break;
+    case ControlCommand::quit:
+        QTimer::singleShot(0, qApp, &QCoreApplication::quit);
+        break;
+    }
+}
+
+} // namespace vocari

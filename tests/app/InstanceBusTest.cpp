@@ -5,14 +5,10 @@
 #include <QDBusConnection>
 #include <QDBusError>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QProcess>
-#include <QTemporaryDir>
 #include <QThread>
 #include <future>
 #include <gtest/gtest.h>
-#include <memory>
-#include <vector>
 
 using namespace std::chrono_literals;
 
@@ -23,107 +19,65 @@ const QString notRunning = QStringLiteral("Vocari is not running.");
 
 TEST(ControlCommandTest, CommandLineWordsMapToTheirMethods)
 {
-    const std::vector<std::tuple<QString, ControlCommand, QString>> known{
-        {"settings", ControlCommand::showSettings, "ShowSettings"},
-        {"toggle", ControlCommand::toggle, "Toggle"},
-        {"start", ControlCommand::start, "Start"},
-        {"stop", ControlCommand::stop, "Stop"},
-        {"cancel", ControlCommand::cancel, "Cancel"},
-        {"quit", ControlCommand::quit, "Quit"},
-    };
-    for (const auto &[word, command, method] : known) {
-        EXPECT_EQ(parseControlCommand(word), command) << word.toStdString();
-        EXPECT_EQ(methodName(command), method);
+    const QStringList words{"settings", "toggle", "start", "stop", "cancel", "quit"};
+    const QStringList methods{"ShowSettings", "Toggle", "Start", "Stop", "Cancel", "Quit"};
+    for (qsizetype i = 0; i < words.size(); ++i) {
+        const std::optional<ControlCommand> command = parseControlCommand(words[i]);
+        ASSERT_TRUE(command) << words[i].toStdString();
+        EXPECT_EQ(methodName(*command), methods[i]);
     }
-    for (const QString word : {"", "Toggle", "toggle ", "--toggle", "ShowSettings", "help"})
+    for (const QString word : {"", "Toggle", "toggle ", "--toggle", "ShowSettings"})
         EXPECT_EQ(parseControlCommand(word), std::nullopt) << word.toStdString();
 }
 
-// instance_holder: a Vocari running in another process, as far as the bus can tell.
-class Holder
+// instance_holder: a Vocari running in a process of its own, as far as the bus can tell. It
+// prints the outcome of its claim, then each command it handles, a line each.
+struct Holder
 {
-public:
-    Holder(const QString &address, const QStringList &options = {})
+    explicit Holder(const QString &address, const QStringList &options = {})
     {
-        m_process.start(QStringLiteral(VOCARI_INSTANCE_HOLDER), QStringList{address} + options);
+        process.start(QStringLiteral(VOCARI_INSTANCE_HOLDER), QStringList{address} + options);
     }
-
     ~Holder()
     {
-        m_process.kill();
-        m_process.waitForFinished(5000);
+        process.kill();
+        process.waitForFinished(5000);
     }
-
-    // The next line it prints: the outcome of its claim, then each command it handles.
     QString nextLine()
     {
-        while (!m_process.canReadLine() && m_process.waitForReadyRead(5000)) {
+        while (!process.canReadLine() && process.waitForReadyRead(5000)) {
         }
-        return QString::fromUtf8(m_process.readLine()).trimmed();
+        return QString::fromUtf8(process.readLine()).trimmed();
     }
-
-    QProcess &process() { return m_process; }
-
-private:
-    QProcess m_process;
+    QProcess process;
 };
 
-// A message bus of this test program's own, so that the tests neither see nor disturb the
-// desktop's session bus. Each connection to it stands for one process.
+// A private message bus for this test program, so that the tests neither see nor disturb the
+// desktop's. Each connection to it stands for one process.
 class InstanceBusTest : public testing::Test
 {
 protected:
     static void SetUpTestSuite()
     {
-        s_dir = std::make_unique<QTemporaryDir>();
-        QFile config(s_dir->filePath(QStringLiteral("bus.conf")));
-        if (!config.open(QIODevice::WriteOnly)) {
-            s_problem = QStringLiteral("cannot write the bus configuration");
-            return;
-        }
-        config.write(QStringLiteral(R"(<busconfig>
-  <type>session</type>
-  <listen>unix:dir=%1</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow send_destination="*" eavesdrop="true"/>
-    <allow eavesdrop="true"/>
-    <allow own="*"/>
-  </policy>
-</busconfig>
-)")
-                         .arg(s_dir->path())
-                         .toUtf8());
-        config.close();
-
-        s_daemon = std::make_unique<QProcess>();
+        s_daemon = new QProcess;
         s_daemon->start(QStringLiteral("dbus-daemon"),
-                        {QStringLiteral("--nofork"), QStringLiteral("--print-address=1"),
-                         QStringLiteral("--config-file=") + config.fileName()});
-        if (!s_daemon->waitForStarted(5000) || !s_daemon->waitForReadyRead(5000)) {
-            s_problem = QStringLiteral("dbus-daemon did not start: ") + s_daemon->errorString() +
-                        QString::fromLocal8Bit(s_daemon->readAllStandardError());
-            return;
-        }
-        s_address = QString::fromUtf8(s_daemon->readLine()).trimmed();
+                        {"--session", "--nofork", "--print-address=1"});
+        if (s_daemon->waitForStarted(5000) && s_daemon->waitForReadyRead(5000))
+            s_address = QString::fromUtf8(s_daemon->readLine()).trimmed();
+        else
+            s_problem = s_daemon->errorString();
     }
-
     static void TearDownTestSuite()
     {
-        if (s_daemon) {
-            s_daemon->kill();
-            s_daemon->waitForFinished(5000);
-        }
-        s_daemon.reset();
-        s_dir.reset();
+        s_daemon->kill();
+        s_daemon->waitForFinished(5000);
+        delete s_daemon;
     }
-
     void SetUp() override
     {
         if (s_address.isEmpty())
-            GTEST_SKIP() << "no private message bus: " << s_problem.toStdString();
+            GTEST_SKIP() << "dbus-daemon did not start: " << s_problem.toStdString();
     }
-
     void TearDown() override
     {
         for (const QString &name : m_connections)
@@ -133,16 +87,14 @@ protected:
     // A new connection to the private bus, as a new process would open.
     QDBusConnection process()
     {
-        static int count = 0;
-        const QString name = QStringLiteral("process-%1").arg(++count);
-        m_connections.push_back(name);
-        QDBusConnection bus = QDBusConnection::connectToBus(s_address, name);
+        m_connections << QStringLiteral("process-%1").arg(++s_count);
+        QDBusConnection bus = QDBusConnection::connectToBus(s_address, m_connections.last());
         EXPECT_TRUE(bus.isConnected()) << bus.lastError().message().toStdString();
         return bus;
     }
 
-    // Sends from another thread, as the command-line process would, while this thread keeps
-    // the owner's event loop running as the instance's main thread does.
+    // Sends from another thread, as the command-line process would, while this thread runs the
+    // owner's event loop as the instance's main thread does.
     static QString send(ControlCommand command, const QDBusConnection &bus)
     {
         auto sent =
@@ -164,13 +116,10 @@ protected:
         m_received.push_back(command);
     };
 
-    static inline QString s_address;
-
-private:
-    static inline std::unique_ptr<QTemporaryDir> s_dir;
-    static inline std::unique_ptr<QProcess> s_daemon;
-    static inline QString s_problem;
-    std::vector<QString> m_connections;
+    static inline QProcess *s_daemon = nullptr;
+    static inline QString s_address, s_problem;
+    static inline int s_count = 0;
+    QStringList m_connections;
 };
 
 TEST_F(InstanceBusTest, SecondStartReachesTheFirstAndOwnsTheNameOnceTheFirstIsGone)
@@ -202,10 +151,9 @@ TEST_F(InstanceBusTest, EveryCommandIsHandledInOrderBeforeItIsAnswered)
     const std::vector all{ControlCommand::showSettings, ControlCommand::toggle,
                           ControlCommand::start,        ControlCommand::stop,
                           ControlCommand::cancel,       ControlCommand::quit};
-    for (const ControlCommand command : all) {
-        ASSERT_EQ(send(command, client), QString()) << methodName(command).toStdString();
-        ASSERT_FALSE(m_received.empty());
-        EXPECT_EQ(m_received.back(), command) << "answered before the handler ran";
+    for (size_t i = 0; i < all.size(); ++i) {
+        ASSERT_EQ(send(all[i], client), QString()) << methodName(all[i]).toStdString();
+        EXPECT_EQ(m_received.size(), i + 1) << "answered before the handler ran";
     }
     EXPECT_EQ(m_received, all);
 }
@@ -219,15 +167,13 @@ TEST_F(InstanceBusTest, OfTwoProcessesStartingTogetherOneOwnsAndItsDeathFreesThe
     EXPECT_LT(clock.elapsed(), 1000);
 
     Holder a(s_address), b(s_address);
-    const QString outcomeA = a.nextLine();
-    const QString outcomeB = b.nextLine();
+    const QString outcomeA = a.nextLine(), outcomeB = b.nextLine();
     ASSERT_EQ(QSet<QString>({outcomeA, outcomeB}), QSet<QString>({"owned", "alreadyRunning"}));
     Holder &owner = outcomeA == QStringLiteral("owned") ? a : b;
     EXPECT_EQ(sendControlCommand(ControlCommand::toggle, client), QString());
     EXPECT_EQ(owner.nextLine(), QStringLiteral("Toggle"));
 
-    owner.process().kill();
-    ASSERT_TRUE(owner.process().waitForFinished(5000));
+    owner.process.kill();
     EXPECT_TRUE(nameFreed(client));
     InstanceBus next(process());
     EXPECT_EQ(next.claim(record), InstanceBus::Claim::owned);
@@ -241,8 +187,8 @@ TEST_F(InstanceBusTest, QuitEndsTheInstanceAndOnlyQuitMayGoUnanswered)
         ASSERT_EQ(holder.nextLine(), QStringLiteral("owned"));
         EXPECT_EQ(sendControlCommand(ControlCommand::quit, client), QString());
         EXPECT_EQ(holder.nextLine(), QStringLiteral("Quit"));
-        ASSERT_TRUE(holder.process().waitForFinished(5000));
-        EXPECT_EQ(holder.process().exitCode(), 0);
+        ASSERT_TRUE(holder.process.waitForFinished(5000));
+        EXPECT_EQ(holder.process.exitCode(), 0);
         EXPECT_TRUE(nameFreed(client));
     }
     // An instance that ends while handling a call never answers it: fine when it was asked to
@@ -250,34 +196,33 @@ TEST_F(InstanceBusTest, QuitEndsTheInstanceAndOnlyQuitMayGoUnanswered)
     for (const ControlCommand command : {ControlCommand::quit, ControlCommand::toggle}) {
         Holder holder(s_address, {QStringLiteral("--exit-in-handler")});
         ASSERT_EQ(holder.nextLine(), QStringLiteral("owned"));
-        const QString expected = command == ControlCommand::quit
-                                     ? QString()
-                                     : QStringLiteral("Vocari ended before it answered.");
-        EXPECT_EQ(sendControlCommand(command, client), expected);
+        EXPECT_EQ(sendControlCommand(command, client),
+                  command == ControlCommand::quit
+                      ? QString()
+                      : QStringLiteral("Vocari ended before it answered."));
         EXPECT_TRUE(nameFreed(client));
     }
 }
 
 TEST_F(InstanceBusTest, NoBusIsReportedInOneLineWithoutWaiting)
 {
-    const QDBusConnection nowhere = QDBusConnection::connectToBus(
-        QStringLiteral("unix:path=/nonexistent/vocari-test-bus"), QStringLiteral("nowhere"));
+    const QString address = QStringLiteral("unix:path=/nonexistent/vocari-test-bus");
+    const QDBusConnection nowhere = QDBusConnection::connectToBus(address, "nowhere");
+    m_connections << nowhere.name();
     QElapsedTimer clock;
     clock.start();
 
     InstanceBus bus(nowhere);
     EXPECT_EQ(bus.claim(record), InstanceBus::Claim::noBus);
-    EXPECT_TRUE(bus.errorString().startsWith(QStringLiteral("No session bus (")))
+    EXPECT_TRUE(bus.errorString().startsWith("No session bus ("))
         << bus.errorString().toStdString();
 
     const QString sent = sendControlCommand(ControlCommand::toggle, nowhere);
-    EXPECT_TRUE(sent.startsWith(QStringLiteral("No session bus: cannot reach a running Vocari (")))
+    EXPECT_TRUE(sent.startsWith("No session bus: cannot reach a running Vocari ("))
         << sent.toStdString();
-    EXPECT_TRUE(sent.contains(QStringLiteral("/nonexistent/vocari-test-bus")))
-        << sent.toStdString();
-    EXPECT_FALSE(sent.contains(QLatin1Char('\n')));
+    EXPECT_TRUE(sent.contains("/nonexistent/vocari-test-bus")) << sent.toStdString();
+    EXPECT_FALSE(sent.contains('\n'));
     EXPECT_LT(clock.elapsed(), 1000);
-    QDBusConnection::disconnectFromBus(QStringLiteral("nowhere"));
 }
 
 } // namespace

@@ -9,6 +9,8 @@
 #include <QThread>
 #include <future>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/prctl.h>
 
 using namespace std::chrono_literals;
 
@@ -16,6 +18,12 @@ namespace vocari {
 namespace {
 
 const QString notRunning = QStringLiteral("Vocari is not running.");
+
+// Helper processes end with the test program, even when it crashes.
+void endWithParent(QProcess &process)
+{
+    process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
+}
 
 TEST(ControlCommandTest, CommandLineWordsMapToTheirMethods)
 {
@@ -36,6 +44,7 @@ struct Holder
 {
     explicit Holder(const QString &address, const QStringList &options = {})
     {
+        endWithParent(process);
         process.start(QStringLiteral(VOCARI_INSTANCE_HOLDER), QStringList{address} + options);
     }
     ~Holder()
@@ -60,6 +69,7 @@ protected:
     static void SetUpTestSuite()
     {
         s_daemon = new QProcess;
+        endWithParent(*s_daemon);
         s_daemon->start(QStringLiteral("dbus-daemon"),
                         {"--session", "--nofork", "--print-address=1"});
         if (s_daemon->waitForStarted(5000) && s_daemon->waitForReadyRead(5000))

@@ -12,6 +12,7 @@ namespace vocari {
 
 namespace {
 
+// Debug lines only: the caller reports the outcome of a claim or a command to the user.
 Q_LOGGING_CATEGORY(lcInstance, "vocari.app", QtInfoMsg)
 
 // Long enough for a busy main thread to get round to the call, short enough that a shortcut
@@ -80,14 +81,14 @@ InstanceBus::Claim InstanceBus::claim(std::function<void(ControlCommand)> handle
     m_error.clear();
     if (!m_bus.isConnected()) {
         m_error = QStringLiteral("No session bus (%1).").arg(busProblem(m_bus));
-        qCWarning(lcInstance).noquote() << m_error;
+        qCDebug(lcInstance).noquote() << m_error;
         return Claim::noBus;
     }
     // The object is in place before the name is asked for: a second start that loses the race
     // sends its command the moment the name is ours.
     if (!m_bus.registerObject(instanceObjectPath, this, QDBusConnection::ExportAdaptors)) {
         m_error = QStringLiteral("Cannot export %1 on the session bus.").arg(instanceObjectPath);
-        qCWarning(lcInstance).noquote() << m_error;
+        qCDebug(lcInstance).noquote() << m_error;
         return Claim::noBus;
     }
     m_exported = true;
@@ -99,12 +100,12 @@ InstanceBus::Claim InstanceBus::claim(std::function<void(ControlCommand)> handle
     if (!reply.isValid()) {
         m_error = QStringLiteral("Cannot own %1 on the session bus (%2).")
                       .arg(instanceServiceName, oneLine(reply.error().message()));
-        qCWarning(lcInstance).noquote() << m_error;
+        qCDebug(lcInstance).noquote() << m_error;
         release();
         return Claim::noBus;
     }
     if (reply.value() != QDBusConnectionInterface::ServiceRegistered) {
-        qCInfo(lcInstance) << "another instance owns" << instanceServiceName;
+        qCDebug(lcInstance) << "another instance owns" << instanceServiceName;
         release();
         return Claim::alreadyRunning;
     }

@@ -200,7 +200,10 @@ void AppModel::startDictation()
         return;
     m_hud->show();
     clearTyped();
-    m_dictation->keyDown(Preferences::liveTyping(), selectedEngineName(), m_makeTranscriber);
+    const bool live = Preferences::liveTyping();
+    qCInfo(lcApp).noquote() << "dictation started:" << selectedEngineName()
+                            << (live ? "(live typing)" : "(paste at the end)");
+    m_dictation->keyDown(live, selectedEngineName(), m_makeTranscriber);
 }
 
 void AppModel::stopDictation()
@@ -278,6 +281,7 @@ void AppModel::onFinished(const QString &text)
     }
     // Nothing can be pasted: the text waits on the clipboard instead, and the HUD says so.
     m_desktop->copyToClipboard(cleaned);
+    qCInfo(lcApp) << "no input access: the text was copied to the clipboard";
     if (m_dictation->phase() == Dictation::Phase::idle)
         m_dictation->setNotice(kCopiedNotice);
     if (sounds)
@@ -288,6 +292,7 @@ void AppModel::onFinished(const QString &text)
 
 void AppModel::onCancelled()
 {
+    qCInfo(lcApp) << "dictation cancelled";
     // Typed text is erased only where it was typed: never into a program switched to since.
     if (m_typedCount > 0 && m_desktop->frontmostProcess() == m_typedApp)
         m_desktop->erase(m_typedCount);

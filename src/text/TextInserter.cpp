@@ -58,8 +58,11 @@ ClipboardCopy copyOf(const QMimeData *data)
     if (!data)
         return copy;
     for (const QString &format : data->formats()) {
-        // Qt's own name for "some image"; the real image formats are kept with their bytes.
-        if (format == u"application/x-qt-image")
+        // Qt's own name for "some image"; the real image formats are kept with their bytes. The
+        // X selection's own targets describe the transfer, not the content, and would only
+        // confuse the program the content is handed back to.
+        if (format == u"application/x-qt-image" || format == u"TARGETS" || format == u"MULTIPLE" ||
+            format == u"TIMESTAMP" || format == u"SAVE_TARGETS")
             continue;
         QByteArray bytes = data->data(format);
         if (!bytes.isEmpty())
@@ -123,6 +126,11 @@ void insert(const QString &text)
     } else {
         state.clipboard = copyOf(board->mimeData());
         state.selection.reset();
+        QStringList formats;
+        for (const auto &entry : state.clipboard)
+            formats.append(entry.first);
+        qCDebug(lcInserter).noquote()
+            << "clipboard kept for after the paste:" << formats.join(u' ');
     }
     if (viaSelection && !state.selection)
         state.selection = copyOf(board->mimeData(QClipboard::Selection));

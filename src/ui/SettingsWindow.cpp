@@ -18,7 +18,7 @@ namespace vocari {
 SettingsWindow::SettingsWindow(AppModel &model, QWidget *parent)
     : QWidget(parent, Qt::Window), m_model(model)
 {
-    setWindowTitle(QStringLiteral("Vocari Settings"));
+    setWindowTitle(QStringLiteral("Settings"));
     setObjectName(QStringLiteral("Settings"));
     resize(560, 560);
 

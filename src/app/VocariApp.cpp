@@ -28,6 +28,7 @@ AppModel::Services x11Services()
     services.keys = std::make_unique<X11KeySource>();
     services.desktop = std::make_unique<X11DesktopServices>();
     services.sounds = std::make_unique<QtSoundPlayer>();
+    services.models.preloadBuiltIn = true;
     return services;
 }
 

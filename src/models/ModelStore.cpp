@@ -42,7 +42,8 @@ ModelStore::ModelStore(QObject *parent) : ModelStore(Options(), parent) {}
 ModelStore::ModelStore(Options options, QObject *parent)
     : QObject(parent),
       m_downloads(options.downloads ? std::move(options.downloads) : hubDownloads()),
-      m_preload(options.preload), m_root(ModelFolders::root())
+      m_preload(options.preload), m_preloadBuiltIn(options.preloadBuiltIn),
+      m_root(ModelFolders::root())
 {
     m_engines = Engine::builtIn();
     for (Engine &engine : storedCustomEngines())
@@ -124,9 +125,12 @@ void ModelStore::warmSelected()
 {
     const Engine &engine = selectedEngine();
     const std::optional<QString> folder = modelFolder(engine);
-    if (!m_preload || !folder || !state(engine.id).isInstalled())
+    if (!m_preload)
         return;
-    ParakeetRuntime::shared().warmUp(*folder);
+    if (folder && state(engine.id).isInstalled())
+        ParakeetRuntime::shared().warmUp(*folder);
+    else if (m_preloadBuiltIn)
+        warmSystemEngine(Preferences::language());
 }
 
 std::unique_ptr<Transcriber> ModelStore::makeTranscriber(bool live) const

@@ -39,6 +39,9 @@ public:
         ModelDownloadFactory downloads;
         // Whether selecting an engine preloads its model (a command-line run has no use for it).
         bool preload = true;
+        // Whether preloading covers the built-in engine too (the application's first dictation
+        // would otherwise wait for its decoder).
+        bool preloadBuiltIn = false;
     };
 
     // Reads the custom engines and the selection from the settings, checks every model folder
@@ -125,6 +128,7 @@ private:
 
     const ModelDownloadFactory m_downloads;
     const bool m_preload;
+    const bool m_preloadBuiltIn;
     const QString m_root;
     std::vector<Engine> m_engines;
     QHash<QString, ModelState> m_states;

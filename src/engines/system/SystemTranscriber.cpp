@@ -247,4 +247,13 @@ std::unique_ptr<Transcriber> makeSystemTranscriber(const QString &locale,
     return std::make_unique<SystemTranscriber>(locale, vocabulary);
 }
 
+void warmSystemEngine(const QString &locale)
+{
+    // The decoder is lent for the moment of loading only; it then waits in the cache.
+    (void)QtConcurrent::run([locale] {
+        if (const std::optional<SphinxModel> model = SphinxModelFinder::find(locale))
+            SphinxDecoderCache::shared()->acquire(*model);
+    });
+}
+
 } // namespace vocari

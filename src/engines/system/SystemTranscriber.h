@@ -88,4 +88,8 @@ private:
 std::unique_ptr<Transcriber> makeSystemTranscriber(const QString &locale,
                                                    const QStringList &vocabulary);
 
+// Loads the language's decoder into the shared cache in the background, so that the first
+// dictation does not wait for it.
+void warmSystemEngine(const QString &locale);
+
 } // namespace vocari

@@ -75,9 +75,22 @@ private:
 class VocariRun
 {
 public:
-    explicit VocariRun(const QJsonObject &settings, const QString &display = {})
+    enum class Speech
+    {
+        builtIn,
+        toneModel // the Parakeet test model, installed as a downloaded model and selected
+    };
+
+    VocariRun(Speech speech, QJsonObject settings, const QString &display = {})
         : m_display(display.isEmpty() ? qEnvironmentVariable("DISPLAY") : display)
     {
+        // The feedback sounds would play into the test microphone.
+        settings.insert(QStringLiteral("sounds"), false);
+        settings.insert(QStringLiteral("autoCapitalize"), true);
+        if (speech == Speech::toneModel) {
+            settings.insert(QStringLiteral("engine"), QStringLiteral("parakeetRedux"));
+            installToneModel();
+        }
         QDir().mkpath(configPath());
         QFile file(configPath() + QStringLiteral("/settings.json"));
         file.open(QIODevice::WriteOnly);
@@ -140,13 +153,8 @@ public:
     bool isRunning() { return m_process && m_process->isRunning(); }
     ChildProcess *process() { return m_process.get(); }
 
-    // Installs the tone-speech test model as a downloaded Parakeet model and selects it.
-    static QJsonObject parakeetSettings(QJsonObject settings)
-    {
-        settings.insert(QStringLiteral("engine"), QStringLiteral("parakeetRedux"));
-        return settings;
-    }
-    void installFixtureModel() const
+private:
+    void installToneModel() const
     {
         const QString target = modelsPath() + QStringLiteral("/parakeetRedux");
         QDir().mkpath(target);
@@ -155,7 +163,6 @@ public:
             QFile::copy(source.filePath(name), target + u'/' + name);
     }
 
-private:
     QTemporaryDir m_home;
     QString m_display;
     std::unique_ptr<ChildProcess> m_process;
@@ -203,26 +210,25 @@ protected:
             GTEST_SKIP() << qPrintable(Session::get().skipReason);
     }
 
-    static QJsonObject baseSettings()
+    // Presses the key (or holds it down) and speaks, as a user does. The capture opens once
+    // the engine is ready, so the user waits a moment before speaking.
+    static bool pressAndSpeak(const QString &press, const QString &speech = fixtureSpeech())
     {
-        // The feedback sounds would play into the test microphone.
-        return QJsonObject{{QStringLiteral("sounds"), false},
-                           {QStringLiteral("autoCapitalize"), true}};
+        if (!xdotool(press))
+            return false;
+        spin(1500ms);
+        return speak(speech);
     }
-
-    // Holds Right Alt while the speech plays, as a user holds the key while speaking. The
-    // capture opens once the engine is ready, so the key is held a moment before speaking.
-    static bool holdAndSpeak(const QString &speech)
+    static bool holdAndSpeak(const QString &speech = fixtureSpeech())
     {
-        return xdotool(QStringLiteral("keydown Alt_R")) && (spin(1500ms), true) && speak(speech) &&
+        return pressAndSpeak(QStringLiteral("keydown Alt_R"), speech) &&
                xdotool(QStringLiteral("keyup Alt_R"));
     }
 };
 
 TEST_F(AppOnDesktop, HeldKeyPastesExactTextAndGivesTheClipboardBack)
 {
-    VocariRun vocari(VocariRun::parakeetSettings(baseSettings()));
-    vocari.installFixtureModel();
+    VocariRun vocari(VocariRun::Speech::toneModel, {});
     ASSERT_TRUE(vocari.start()) << qPrintable(vocari.log());
     EXPECT_TRUE(vocari.log().contains(QStringLiteral("input access: granted")));
 
@@ -234,7 +240,7 @@ TEST_F(AppOnDesktop, HeldKeyPastesExactTextAndGivesTheClipboardBack)
     ASSERT_TRUE(image.startsWith("\x89PNG")) << image.constData();
     ASSERT_EQ(clipboardBytes(QStringLiteral("UTF8_STRING")), previous.toUtf8());
 
-    ASSERT_TRUE(holdAndSpeak(fixtureSpeech()));
+    ASSERT_TRUE(holdAndSpeak());
     EXPECT_TRUE(window.waitForText(kSentence))
         << qPrintable(window.text()) << qPrintable(vocari.log());
 
@@ -246,17 +252,13 @@ TEST_F(AppOnDesktop, HeldKeyPastesExactTextAndGivesTheClipboardBack)
 
 TEST_F(AppOnDesktop, ToggleModeStartsAndStopsOnTwoPresses)
 {
-    QJsonObject settings = VocariRun::parakeetSettings(baseSettings());
-    settings.insert(QStringLiteral("recordMode"), QStringLiteral("toggle"));
-    VocariRun vocari(settings);
-    vocari.installFixtureModel();
+    VocariRun vocari(VocariRun::Speech::toneModel,
+                     {{QStringLiteral("recordMode"), QStringLiteral("toggle")}});
     ASSERT_TRUE(vocari.start()) << qPrintable(vocari.log());
     TestWindow window;
     ASSERT_TRUE(window.start());
 
-    ASSERT_TRUE(xdotool(QStringLiteral("key Alt_R")));
-    spin(1500ms);
-    ASSERT_TRUE(speak(fixtureSpeech()));
+    ASSERT_TRUE(pressAndSpeak(QStringLiteral("key Alt_R")));
     ASSERT_TRUE(xdotool(QStringLiteral("key Alt_R")));
     EXPECT_TRUE(window.waitForText(kSentence))
         << qPrintable(window.text()) << qPrintable(vocari.log());
@@ -264,18 +266,13 @@ TEST_F(AppOnDesktop, ToggleModeStartsAndStopsOnTwoPresses)
 
 TEST_F(AppOnDesktop, LiveTypingWhileTheKeyIsHeldAndEscapeErasesIt)
 {
-    QJsonObject settings = VocariRun::parakeetSettings(baseSettings());
-    settings.insert(QStringLiteral("liveTyping"), true);
-    VocariRun vocari(settings);
-    vocari.installFixtureModel();
+    VocariRun vocari(VocariRun::Speech::toneModel, {{QStringLiteral("liveTyping"), true}});
     ASSERT_TRUE(vocari.start()) << qPrintable(vocari.log());
     TestWindow window;
     ASSERT_TRUE(window.start());
 
     // The held Right Alt must not turn the typed letters into shortcuts.
-    ASSERT_TRUE(xdotool(QStringLiteral("keydown Alt_R")));
-    spin(1500ms);
-    ASSERT_TRUE(speak(fixtureSpeech()));
+    ASSERT_TRUE(pressAndSpeak(QStringLiteral("keydown Alt_R")));
     EXPECT_TRUE(window.waitForText(kSentence))
         << qPrintable(window.text()) << qPrintable(vocari.log());
     ASSERT_TRUE(xdotool(QStringLiteral("keyup Alt_R")));
@@ -285,9 +282,7 @@ TEST_F(AppOnDesktop, LiveTypingWhileTheKeyIsHeldAndEscapeErasesIt)
     // Escape with the key still held erases exactly what was typed, and nothing is pasted.
     ASSERT_TRUE(window.clear());
     ASSERT_TRUE(window.send(QStringLiteral("type keep")));
-    ASSERT_TRUE(xdotool(QStringLiteral("keydown Alt_R")));
-    spin(1500ms);
-    ASSERT_TRUE(speak(fixtureSpeech()));
+    ASSERT_TRUE(pressAndSpeak(QStringLiteral("keydown Alt_R")));
     ASSERT_TRUE(window.waitForText(QStringLiteral("keep") + kSentence))
         << qPrintable(window.text());
     ASSERT_TRUE(xdotool(QStringLiteral("key Escape")));
@@ -308,7 +303,7 @@ TEST_F(AppOnDesktop, BuiltInEngineHearsSpokenWords)
                            QStringLiteral("Please order a large pizza with extra cheese.")},
                           {}),
         0);
-    VocariRun vocari(baseSettings());
+    VocariRun vocari(VocariRun::Speech::builtIn, {});
     ASSERT_TRUE(vocari.start()) << qPrintable(vocari.log());
     TestWindow window;
     ASSERT_TRUE(window.start());
@@ -325,8 +320,7 @@ TEST_F(AppOnDesktop, WithoutInputAccessTheTextWaitsOnTheClipboard)
         bare.start({QStringLiteral("-screen"), QStringLiteral("0"), QStringLiteral("1024x768x24"),
                     QStringLiteral("-extension"), QStringLiteral("XTEST")}))
         << qPrintable(bare.error());
-    VocariRun vocari(VocariRun::parakeetSettings(baseSettings()), bare.name());
-    vocari.installFixtureModel();
+    VocariRun vocari(VocariRun::Speech::toneModel, {}, bare.name());
     ASSERT_TRUE(vocari.start()) << qPrintable(vocari.log());
     EXPECT_TRUE(vocari.log().contains(QStringLiteral("input access: missing")));
 
@@ -343,7 +337,7 @@ TEST_F(AppOnDesktop, WithoutInputAccessTheTextWaitsOnTheClipboard)
 
 TEST_F(AppOnDesktop, OneInstanceAnswersTheControlCommands)
 {
-    VocariRun vocari(baseSettings());
+    VocariRun vocari(VocariRun::Speech::builtIn, {});
     QByteArray output;
     // Nothing runs yet: a command says so in one line and fails.
     EXPECT_NE(vocari.command({QStringLiteral("toggle")}, &output), 0);

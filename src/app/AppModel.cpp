@@ -247,6 +247,8 @@ void AppModel::onFinished(const QString &text)
 {
     const bool hasNotice = m_dictation->notice().has_value();
     const bool sounds = Preferences::sounds();
+    if (hasNotice)
+        qCInfo(lcApp).noquote() << "dictation ended:" << *m_dictation->notice();
 
     if (!m_typed.isEmpty()) {
         // A live dictation: the phrases are in the window already.

@@ -81,6 +81,10 @@ int main(int argc, char **argv)
         }
     }
 
+    // The dictation key and text insertion go through X11, so the windows do as well: in a
+    // Wayland session that is XWayland, where the HUD can also be placed where it belongs.
+    if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM") && qEnvironmentVariableIsSet("DISPLAY"))
+        qputenv("QT_QPA_PLATFORM", "xcb");
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("vocari"));
     QApplication::setApplicationDisplayName(QStringLiteral("Vocari"));

@@ -83,9 +83,14 @@ int main(int argc, char **argv)
 
     // The dictation key and text insertion go through X11, so the windows do as well: in a
     // Wayland session that is XWayland, where the HUD can also be placed where it belongs.
-    if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM") && qEnvironmentVariableIsSet("DISPLAY"))
+    const bool chooseX11 =
+        !qEnvironmentVariableIsSet("QT_QPA_PLATFORM") && qEnvironmentVariableIsSet("DISPLAY");
+    if (chooseX11)
         qputenv("QT_QPA_PLATFORM", "xcb");
     QApplication app(argc, argv);
+    // Programs opened from here (a file manager, the sound settings) choose for themselves.
+    if (chooseX11)
+        qunsetenv("QT_QPA_PLATFORM");
     QApplication::setApplicationName(QStringLiteral("vocari"));
     QApplication::setApplicationDisplayName(QStringLiteral("Vocari"));
     QApplication::setApplicationVersion(QStringLiteral(VOCARI_VERSION));

@@ -5,18 +5,10 @@
 # end; every SVG renders.
 #
 #   check_artwork.sh SOURCE_DIR ICON_RENDER_TOOL
-set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/checks.sh"
 
 src=$1
 render=$2
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-
-failures=0
-fail() {
-  echo "FAIL: $*" >&2
-  failures=$((failures + 1))
-}
 
 resources=$src/src/app/resources
 sounds=(start done problem cancelled)
@@ -70,8 +62,4 @@ for svg in "$resources/tray-idle.svg" "$resources/tray-active.svg" "$src/packagi
   "$render" "$svg" "$work/icons" 24 2>/dev/null || fail "$(basename "$svg") does not render"
 done
 
-if [ "$failures" -gt 0 ]; then
-  echo "$failures check(s) failed" >&2
-  exit 1
-fi
-echo "resource list, ${#sounds[@]} sounds and 3 icons checked"
+finish "" "resource list, ${#sounds[@]} sounds and 3 icons checked"

@@ -5,17 +5,9 @@
 # they are stripped.
 #
 #   check_deb.sh BUILD_DIR
-set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/checks.sh"
 
 build=$1
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-
-failures=0
-fail() {
-  echo "FAIL: $*" >&2
-  failures=$((failures + 1))
-}
 
 cpack -G DEB --config "$build/CPackConfig.cmake" -B "$work/out" >"$work/cpack.log" 2>&1 || {
   cat "$work/cpack.log" >&2
@@ -88,8 +80,5 @@ done
 desktop-file-validate "$work/root/usr/share/applications/vocari.desktop" ||
   fail "the desktop file does not validate"
 
-if [ "$failures" -gt 0 ]; then
-  echo "$failures check(s) failed for $(basename "$deb")" >&2
-  exit 1
-fi
-echo "$(basename "$deb"): $(stat -c %s "$deb") bytes, $(wc -l <"$work/files") entries, all checks passed"
+finish " for $(basename "$deb")" \
+  "$(basename "$deb"): $(stat -c %s "$deb") bytes, $(wc -l <"$work/files") entries, all checks passed"

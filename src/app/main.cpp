@@ -12,6 +12,7 @@
 #include <QIcon>
 #include <QPointer>
 #include <cstdio>
+#include <cstdlib>
 
 using namespace vocari;
 
@@ -34,13 +35,17 @@ void setUpLogging()
     qSetMessagePattern(QStringLiteral("%{if-category}%{category}: %{endif}%{message}"));
 }
 
-int sendCommand(ControlCommand command)
+// Sends the command to the running Vocari and ends the process: 0 when it was handled, else 1
+// after one line saying why. The bus connection's own thread may still be winding down at a
+// normal exit and print stray warnings after the answer; this process has nothing to clean up,
+// so it ends at once.
+[[noreturn]] void sendCommandAndExit(ControlCommand command)
 {
     const QString error = sendControlCommand(command);
-    if (error.isEmpty())
-        return 0;
-    std::fprintf(stderr, "vocari: %s\n", qUtf8Printable(error));
-    return 1;
+    if (!error.isEmpty())
+        std::fprintf(stderr, "vocari: %s\n", qUtf8Printable(error));
+    std::fflush(nullptr);
+    std::_Exit(error.isEmpty() ? 0 : 1);
 }
 
 } // namespace
@@ -77,7 +82,7 @@ int main(int argc, char **argv)
                              qUtf8Printable(words.first()));
                 return 2;
             }
-            return sendCommand(*command);
+            sendCommandAndExit(*command);
         }
     }
 
@@ -107,7 +112,7 @@ int main(int argc, char **argv)
             running->handle(received);
     })) {
     case InstanceBus::Claim::alreadyRunning:
-        return sendCommand(ControlCommand::showSettings);
+        sendCommandAndExit(ControlCommand::showSettings);
     case InstanceBus::Claim::noBus:
         qCWarning(lcApp).noquote() << bus.errorString() << "Another start will not find this one.";
         break;

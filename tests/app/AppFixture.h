@@ -6,6 +6,7 @@
 #include "app/AppModel.h"
 #include "dictation/Fakes.h"
 #include "hotkey/HotkeyMonitor.h"
+#include "support/EventLoop.h"
 #include "support/ScopedSettings.h"
 
 #include <gtest/gtest.h>
@@ -98,7 +99,10 @@ protected:
     {
         for (const auto &transcriber : m_made)
             transcriber->release();
+        // A preview sleeps in steps of 50 ms: the last step must run out for it to end.
+        m_model->dictation().endDemo();
         settle();
+        spin(std::chrono::milliseconds(80));
         m_model.reset();
         settle();
     }
@@ -120,6 +124,7 @@ protected:
         services.sounds = std::move(sounds);
         services.clock = m_clock;
         services.models.preload = false;
+        services.models.downloads = m_downloads;
         services.makeTranscriber = [this](bool) {
             auto made =
                 m_next ? std::exchange(m_next, nullptr) : std::make_shared<ScriptedTranscriber>();
@@ -158,6 +163,9 @@ protected:
     }
 
     ScopedSettings m_settings;
+    // How the model store downloads hub engines; empty: from the hub in HF_ENDPOINT. Set it
+    // before SetUp() (or call makeModel() again).
+    ModelDownloadFactory m_downloads;
     std::shared_ptr<ManualClock> m_clock = std::make_shared<ManualClock>();
     FakeAudioEngine *m_audio = nullptr;
     ScriptedKeys *m_keys = nullptr;

@@ -1,0 +1,6 @@
+# The Text, Popup, Permissions and About tabs of the settings window, the parts of the forms
+# they share, and their pictures.
+target_sources(vocari_ui PRIVATE
+  ${CMAKE_CURRENT_LIST_DIR}/FormSection.cpp ${CMAKE_CURRENT_LIST_DIR}/FormSection.h
+  ${CMAKE_CURRENT_LIST_DIR}/SegmentedPicker.cpp ${CMAKE_CURRENT_LIST_DIR}/SegmentedPicker.h
+  ${CMAKE_CURRENT_LIST_DIR}/SettingBinding.cpp ${CMAKE_CURRENT_LIST_DIR}/SettingBinding.h)

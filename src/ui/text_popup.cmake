@@ -3,4 +3,5 @@
 target_sources(vocari_ui PRIVATE
   ${CMAKE_CURRENT_LIST_DIR}/FormSection.cpp ${CMAKE_CURRENT_LIST_DIR}/FormSection.h
   ${CMAKE_CURRENT_LIST_DIR}/SegmentedPicker.cpp ${CMAKE_CURRENT_LIST_DIR}/SegmentedPicker.h
-  ${CMAKE_CURRENT_LIST_DIR}/SettingBinding.cpp ${CMAKE_CURRENT_LIST_DIR}/SettingBinding.h)
+  ${CMAKE_CURRENT_LIST_DIR}/SettingBinding.cpp ${CMAKE_CURRENT_LIST_DIR}/SettingBinding.h
+  ${CMAKE_CURRENT_LIST_DIR}/TextTab.cpp ${CMAKE_CURRENT_LIST_DIR}/TextTab.h)

@@ -1,0 +1,139 @@
+#include "ui/PermissionsTab.h"
+
+#include "app/AppModel.h"
+#include "dictation/AudioEngine.h"
+#include "settings/Preferences.h"
+#include "ui/FormSection.h"
+#include "ui/PermissionRow.h"
+#include "ui/SettingBinding.h"
+#include "ui/SoundSettings.h"
+
+#include <QFormLayout>
+#include <QLabel>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+namespace vocari {
+
+namespace {
+
+// What a user without input access can still do: the control commands need no X display.
+const QString kWithoutInputAccess = QStringLiteral(
+    "Meanwhile, a shortcut in your desktop's keyboard settings that runs \u201Cvocari toggle\u201D "
+    "starts and stops a dictation, and the text is left on the clipboard.");
+
+} // namespace
+
+PermissionsTab::PermissionsTab(AppModel &model, QWidget *parent) : QWidget(parent), m_model(model)
+{
+    auto *column = new QVBoxLayout(this);
+    auto *section = new FormSection(QString(), this);
+
+    m_microphone = new PermissionRow(QStringLiteral("Microphone"),
+                                     QStringLiteral("To hear you while the key is held."), section);
+    m_soundSettings = new QPushButton(QStringLiteral("Open Settings"), m_microphone);
+    m_soundSettings->setAccessibleName(QStringLiteral("Open Settings"));
+    m_microphone->addTrailing(m_soundSettings);
+    connect(m_soundSettings, &QPushButton::clicked, this, [this] {
+        if (!SoundSettings::open())
+            findSoundSettings(); // it went away since: say so on the button
+    });
+    section->addRow(m_microphone);
+
+    m_inputAccess = new PermissionRow(
+        QStringLiteral("Input access"),
+        QStringLiteral("To detect the dictation key and type the text into other apps."), section);
+    section->addRow(m_inputAccess);
+    section->setFooter(kFooter);
+    column->addWidget(section);
+    column->addStretch();
+
+    findSoundSettings();
+    connect(&model, &AppModel::microphoneGrantedChanged, this, &PermissionsTab::showMicrophone);
+    connect(&model.dictation().audioEngine(), &AudioEngine::configurationChanged, this,
+            &PermissionsTab::showMicrophone);
+    followSetting(this, QString::fromLatin1(SettingsKey::inputDevice),
+                  [this] { showMicrophone(); });
+
+    // The key monitor's error changes with input access, the key and the key recorder.
+    connect(&model, &AppModel::inputAccessChanged, this, &PermissionsTab::showInputAccess);
+    connect(&model, &AppModel::hotkeyChanged, this, &PermissionsTab::showInputAccess);
+    connect(&model, &AppModel::recordingChanged, this, &PermissionsTab::showInputAccess);
+    showInputAccess();
+}
+
+void PermissionsTab::showEvent(QShowEvent *event)
+{
+    QWidget::showEvent(event);
+    // A settings program may have been installed since the tab was made.
+    findSoundSettings();
+    showInputAccess();
+}
+
+void PermissionsTab::showMicrophone()
+{
+    const AudioEngine &engine = m_model.dictation().audioEngine();
+    const QList<InputDevices::Device> inputs = engine.inputs();
+    // The system's default device, named only when the engine lists it too.
+    QString defaultName;
+    const QAudioDevice systemDefault = InputDevices::route(QString());
+    for (const InputDevices::Device &device : inputs) {
+        if (!systemDefault.isNull() && device.id == QString::fromUtf8(systemDefault.id()))
+            defaultName = device.name;
+    }
+    m_microphone->setGranted(m_model.microphoneGranted());
+    m_microphone->setNote(
+        deviceInUse(inputs, Preferences::inputDevice(), engine.hasDefaultInput(), defaultName));
+}
+
+QString PermissionsTab::deviceInUse(const QList<InputDevices::Device> &inputs,
+                                    const QString &stored, bool hasDefault,
+                                    const QString &defaultName)
+{
+    if (!stored.isEmpty()) {
+        for (const InputDevices::Device &device : inputs) {
+            if (device.id == stored)
+                return QStringLiteral("Using \u201C%1\u201D.").arg(device.name);
+        }
+    }
+    if (!hasDefault)
+        return kNoInputMessage;
+    QString sentence =
+        defaultName.isEmpty()
+            ? QStringLiteral("Using the system default microphone.")
+            : QStringLiteral("Using the system default, \u201C%1\u201D.").arg(defaultName);
+    if (!stored.isEmpty())
+        sentence.prepend(QStringLiteral("The chosen microphone is not connected. "));
+    return sentence;
+}
+
+void PermissionsTab::showInputAccess()
+{
+    const bool granted = m_model.inputAccessGranted();
+    m_inputAccess->setGranted(granted);
+    QStringList note;
+    if (!granted) {
+        QString missing = m_model.inputAccessExplanation();
+        if (missing.isEmpty())
+            missing = QStringLiteral("Input access is not available in this session.");
+        note.append(missing);
+    }
+    const QString keyError = m_model.keyMonitorError();
+    if (!keyError.isEmpty() && !note.contains(keyError))
+        note.append(QStringLiteral("The dictation key cannot be watched: %1").arg(keyError));
+    if (!granted)
+        note.append(kWithoutInputAccess);
+    m_inputAccess->setNote(note.join(u'\n'));
+}
+
+void PermissionsTab::findSoundSettings()
+{
+    const bool found = SoundSettings::find().has_value();
+    m_soundSettings->setEnabled(found);
+    const QString why = found ? QString() : SoundSettings::missingMessage();
+    m_soundSettings->setToolTip(found ? QStringLiteral("Opens your desktop's sound settings.")
+                                      : why);
+    m_soundSettings->setAccessibleDescription(found ? m_soundSettings->toolTip() : why);
+}
+
+} // namespace vocari

@@ -1,6 +1,7 @@
 # The Text, Popup, Permissions and About tabs of the settings window, the parts of the forms
 # they share, and their pictures.
 target_sources(vocari_ui PRIVATE
+  ${CMAKE_CURRENT_LIST_DIR}/AboutTab.cpp ${CMAKE_CURRENT_LIST_DIR}/AboutTab.h
   ${CMAKE_CURRENT_LIST_DIR}/FormSection.cpp ${CMAKE_CURRENT_LIST_DIR}/FormSection.h
   ${CMAKE_CURRENT_LIST_DIR}/PermissionRow.cpp ${CMAKE_CURRENT_LIST_DIR}/PermissionRow.h
   ${CMAKE_CURRENT_LIST_DIR}/PermissionsTab.cpp ${CMAKE_CURRENT_LIST_DIR}/PermissionsTab.h
@@ -13,3 +14,6 @@ target_sources(vocari_ui PRIVATE
   ${CMAKE_CURRENT_LIST_DIR}/TextTab.cpp ${CMAKE_CURRENT_LIST_DIR}/TextTab.h
   ${CMAKE_CURRENT_LIST_DIR}/icons/about.qrc
   ${CMAKE_CURRENT_LIST_DIR}/icons/text_popup.qrc)
+# The About tab shows the version of the build; only its source needs it.
+set_property(SOURCE ${CMAKE_CURRENT_LIST_DIR}/AboutTab.cpp APPEND PROPERTY
+  COMPILE_DEFINITIONS VOCARI_VERSION="${PROJECT_VERSION}")

@@ -8,7 +8,7 @@
 #include "platform/x11/X11DesktopServices.h"
 #include "platform/x11/X11KeySource.h"
 #include "ui/MenuContent.h"
-#include "ui/SettingsWindow.h"
+#include "ui/SettingsView.h"
 
 #include <QApplication>
 #include <QMenu>
@@ -92,7 +92,7 @@ void VocariApp::updateTrayIcon(bool active)
 void VocariApp::openSettings()
 {
     if (!m_settings)
-        m_settings = new SettingsWindow(*m_model);
+        m_settings = new SettingsView(*m_model);
     m_settings->present();
 }
 

@@ -14,7 +14,7 @@ namespace vocari {
 
 class AppModel;
 class MenuContent;
-class SettingsWindow;
+class SettingsView;
 
 // The running application: the one application model, the tray icon with its menu, and the
 // settings window, created when first asked for and kept from then on.
@@ -40,7 +40,7 @@ private:
     std::unique_ptr<QMenu> m_menu;
     std::unique_ptr<MenuContent> m_menuContent;
     std::unique_ptr<QSystemTrayIcon> m_tray;
-    QPointer<SettingsWindow> m_settings;
+    QPointer<SettingsView> m_settings;
 };
 
 } // namespace vocari

@@ -1,0 +1,81 @@
+#include "ui/SettingsView.h"
+
+#include "ui/GeneralTab.h"
+#include "ui/SettingsIcons.h"
+
+#include <QTabWidget>
+#include <QVBoxLayout>
+
+// The other tabs are built in areas of their own; each joins the window once it is part of the
+// build.
+#if __has_include("ui/TextTab.h")
+#include "ui/TextTab.h"
+#define VOCARI_HAS_TEXT_TAB 1
+#endif
+#if __has_include("ui/ModelsTab.h")
+#include "ui/ModelsTab.h"
+#define VOCARI_HAS_MODELS_TAB 1
+#endif
+#if __has_include("ui/PopupTab.h")
+#include "ui/PopupTab.h"
+#define VOCARI_HAS_POPUP_TAB 1
+#endif
+#if __has_include("ui/PermissionsTab.h")
+#include "ui/PermissionsTab.h"
+#define VOCARI_HAS_PERMISSIONS_TAB 1
+#endif
+#if __has_include("ui/AboutTab.h")
+#include "ui/AboutTab.h"
+#define VOCARI_HAS_ABOUT_TAB 1
+#endif
+
+namespace vocari {
+
+SettingsView::SettingsView(AppModel &model, QWidget *parent) : QWidget(parent, Qt::Window)
+{
+    // The application's display name is added to the title by Qt: "Settings — Vocari".
+    setWindowTitle(QStringLiteral("Settings"));
+    setObjectName(QStringLiteral("Settings"));
+    setFixedSize(kWidth, kHeight);
+
+    m_tabs = new QTabWidget(this);
+    m_tabs->setObjectName(QStringLiteral("settingsTabs"));
+    m_tabs->setDocumentMode(false);
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(8, 8, 8, 8);
+    layout->addWidget(m_tabs);
+
+    addTab(new GeneralTab(model), QStringLiteral("General"), QStringLiteral("general"));
+#ifdef VOCARI_HAS_TEXT_TAB
+    addTab(new TextTab(model), QStringLiteral("Text"), QStringLiteral("text"));
+#endif
+#ifdef VOCARI_HAS_MODELS_TAB
+    addTab(new ModelsTab(model), QStringLiteral("Models"), QStringLiteral("models"));
+#endif
+#ifdef VOCARI_HAS_POPUP_TAB
+    addTab(new PopupTab(model), QStringLiteral("Popup"), QStringLiteral("popup"));
+#endif
+#ifdef VOCARI_HAS_PERMISSIONS_TAB
+    addTab(new PermissionsTab(model), QStringLiteral("Permissions"), QStringLiteral("permissions"));
+#endif
+#ifdef VOCARI_HAS_ABOUT_TAB
+    addTab(new AboutTab(model), QStringLiteral("About"), QStringLiteral("about"));
+#endif
+}
+
+void SettingsView::addTab(QWidget *tab, const QString &title, const QString &icon)
+{
+    if (tab->objectName().isEmpty())
+        tab->setObjectName(icon + QStringLiteral("Tab"));
+    m_tabs->addTab(tab, settingsIcon(icon, palette().color(QPalette::WindowText)), title);
+}
+
+void SettingsView::present()
+{
+    show();
+    setWindowState((windowState() & ~Qt::WindowMinimized) | Qt::WindowActive);
+    raise();
+    activateWindow();
+}
+
+} // namespace vocari

@@ -1,6 +1,7 @@
 #include "ui/EngineRow.h"
 
 #include "models/ModelStore.h"
+#include "ui/FlowLayout.h"
 #include "ui/ModelIcons.h"
 
 #include <QAction>
@@ -25,33 +26,39 @@ constexpr int kProgressWidth = 90;
 
 using ModelIcons::Symbol;
 
-// A one-line label that shortens its text in the middle, so that a long repository name or
-// path keeps both ends; the whole text is in its tooltip and accessible name.
-class MiddleElidedLabel : public QLabel
+// A one-line label that shortens its text where it does not fit: in the middle for a
+// repository name or path (so that both ends stay), at the end for a name. The whole text is
+// in its tooltip and accessible name.
+class ElidedLabel : public QLabel
 {
 public:
-    MiddleElidedLabel(const QString &text, QWidget *parent) : QLabel(parent), m_full(text)
+    ElidedLabel(const QString &text, Qt::TextElideMode mode, QWidget *parent)
+        : QLabel(parent), m_full(text), m_mode(mode)
     {
         setToolTip(text);
         setAccessibleName(text);
-        setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
         setText(text);
     }
     QSize sizeHint() const override
     {
-        return {fontMetrics().horizontalAdvance(m_full), QLabel::sizeHint().height()};
+        return {fontMetrics().horizontalAdvance(m_full) + 2, QLabel::sizeHint().height()};
     }
-    QSize minimumSizeHint() const override { return {0, QLabel::minimumSizeHint().height()}; }
+    QSize minimumSizeHint() const override
+    {
+        return {fontMetrics().horizontalAdvance(QStringLiteral("W…W")),
+                QLabel::minimumSizeHint().height()};
+    }
 
 protected:
     void resizeEvent(QResizeEvent *event) override
     {
         QLabel::resizeEvent(event);
-        setText(fontMetrics().elidedText(m_full, Qt::ElideMiddle, width()));
+        setText(fontMetrics().elidedText(m_full, m_mode, width()));
     }
 
 private:
     QString m_full;
+    Qt::TextElideMode m_mode;
 };
 
 QFont smallerFont(const QFont &base, qreal factor, QFont::Weight weight)
@@ -121,6 +128,12 @@ EngineRow::EngineRow(ModelStore &store, Engine engine, QWidget *parent)
         makeIconButton(QStringLiteral("select"), {}, QStringLiteral("Use ") + m_engine.name, this);
     m_select->setCheckable(true);
     m_select->setIconSize({kSelectIconSize, kSelectIconSize});
+    // The check mark shows the selection; the button keeps no pressed look of its own, only a
+    // ring while it has the keyboard focus.
+    m_select->setStyleSheet(
+        QStringLiteral("QToolButton { border: 2px solid transparent; "
+                       "border-radius: 6px; padding: 1px; } "
+                       "QToolButton:focus { border-color: palette(highlight); }"));
     connect(m_select, &QToolButton::clicked, this, [this] {
         m_store.setSelected(m_engine.id);
         // A click on the engine already in use changes nothing in the store, but it has
@@ -153,7 +166,7 @@ QWidget *EngineRow::makeTextColumn()
 
     auto *nameLine = new QHBoxLayout;
     nameLine->setSpacing(6);
-    auto *name = new QLabel(m_engine.name, column);
+    auto *name = new ElidedLabel(m_engine.name, Qt::ElideRight, column);
     name->setObjectName(QStringLiteral("name"));
     QFont headline = name->font();
     headline.setWeight(QFont::DemiBold);
@@ -169,7 +182,7 @@ QWidget *EngineRow::makeTextColumn()
 
     QLabel *summary = nullptr;
     if (m_engine.custom) {
-        summary = new MiddleElidedLabel(m_engine.summary, column);
+        summary = new ElidedLabel(m_engine.summary, Qt::ElideMiddle, column);
     } else {
         summary = new QLabel(m_engine.summary, column);
         summary->setWordWrap(true);
@@ -181,12 +194,12 @@ QWidget *EngineRow::makeTextColumn()
 
     if (m_engine.tags && !m_engine.tags->isEmpty()) {
         layout->addSpacing(3);
-        auto *tags = new QHBoxLayout;
-        tags->setSpacing(6);
+        // The tags wrap rather than widen the window.
+        auto *tags = new QWidget(column);
+        auto *flow = new FlowLayout(tags, 6, 4);
         for (const QString &tag : *m_engine.tags)
-            tags->addWidget(makeCapsule(tag, 7, 2, column));
-        tags->addStretch();
-        layout->addLayout(tags);
+            flow->addWidget(makeCapsule(tag, 7, 2, tags));
+        layout->addWidget(tags);
     }
     return column;
 }

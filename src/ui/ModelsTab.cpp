@@ -183,9 +183,14 @@ void ModelsTab::syncRows()
             line->setFrameShape(QFrame::HLine);
             line->setFrameShadow(QFrame::Sunken);
             m_rows->addWidget(line);
+            line->show();
         }
         first = false;
-        m_rows->addWidget(m_rowsById.at(engine.id));
+        // Shown at once, not only when the event loop next runs: a row added while the tab is
+        // open is there for the next key press.
+        EngineRow *engineRow = m_rowsById.at(engine.id);
+        m_rows->addWidget(engineRow);
+        engineRow->show();
     }
     m_rows->addStretch();
 }

@@ -110,7 +110,7 @@ AddModelDialog::AddModelDialog(ModelStore &store, QWidget *parent)
     QPushButton *cancel = buttons->addButton(QDialogButtonBox::Cancel);
     cancel->setObjectName(QStringLiteral("cancel"));
     cancel->setAutoDefault(false);
-    m_add = buttons->addButton(QStringLiteral("Add & Download"), QDialogButtonBox::AcceptRole);
+    m_add = buttons->addButton(QString(), QDialogButtonBox::AcceptRole);
     m_add->setObjectName(QStringLiteral("add"));
     m_add->setDefault(true);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
@@ -133,7 +133,8 @@ void AddModelDialog::useSource(bool hub)
     // What was typed or chosen for the other source stays, in case the user switches back.
     m_form->setRowVisible(m_repository, hub);
     m_form->setRowVisible(m_folderButton, !hub);
-    m_add->setText(hub ? QStringLiteral("Add & Download") : QStringLiteral("Add"));
+    // "&&" shows one ampersand; a single one would mark the next letter as a shortcut.
+    m_add->setText(hub ? QStringLiteral("Add && Download") : QStringLiteral("Add"));
     update();
 }
 

@@ -1,0 +1,135 @@
+#pragma once
+
+// Settings tabs on a ready application model: the tab shown in a window of its own on the
+// offscreen platform, and ways to find its controls as a user or a screen reader would, by
+// what they say.
+
+#include "app/AppFixture.h"
+#include "settings/Preferences.h"
+#include "support/EventLoop.h"
+
+#include <QAbstractButton>
+#include <QAccessible>
+#include <QApplication>
+#include <QCheckBox>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLabel>
+#include <QStyle>
+#include <QStyleOptionButton>
+#include <QTest>
+#include <QWidget>
+#include <memory>
+
+namespace vocari::test {
+
+// The control of a kind whose accessible name is `name`; a failure when there is none.
+template <typename Widget> Widget *named(QWidget *root, const QString &name)
+{
+    const QList<Widget *> found = root->findChildren<Widget *>();
+    for (Widget *widget : found) {
+        if (widget->accessibleName() == name)
+            return widget;
+    }
+    ADD_FAILURE() << "no control named " << name.toStdString();
+    return nullptr;
+}
+
+// The button that shows `text`.
+inline QAbstractButton *button(QWidget *root, const QString &text)
+{
+    const QList<QAbstractButton *> found = root->findChildren<QAbstractButton *>();
+    for (QAbstractButton *candidate : found) {
+        if (candidate->text() == text)
+            return candidate;
+    }
+    ADD_FAILURE() << "no button " << text.toStdString();
+    return nullptr;
+}
+
+// Whether a label with exactly this text is shown (its own flag and its ancestors').
+inline bool showsText(QWidget *root, const QString &text)
+{
+    const QList<QLabel *> labels = root->findChildren<QLabel *>();
+    return std::any_of(labels.begin(), labels.end(), [&](QLabel *label) {
+        return label->text() == text && label->isVisibleTo(root);
+    });
+}
+
+// A click where the user would click: a check box reacts on its box and text only.
+inline void click(QWidget *widget)
+{
+    QPoint where = widget->rect().center();
+    if (auto *box = qobject_cast<QCheckBox *>(widget)) {
+        QStyleOptionButton option;
+        option.initFrom(box);
+        option.text = box->text();
+        where = box->style()->subElementRect(QStyle::SE_CheckBoxIndicator, &option, box).center();
+    }
+    QTest::mouseClick(widget, Qt::LeftButton, {}, where);
+}
+
+template <typename Tab> class TabFixture : public AppFixture
+{
+protected:
+    void SetUp() override
+    {
+        AppFixture::SetUp();
+        makeTab();
+    }
+
+    void TearDown() override
+    {
+        m_tab.reset(); // before the model it watches
+        AppFixture::TearDown();
+    }
+
+    void makeTab()
+    {
+        m_tab.reset();
+        m_tab = std::make_unique<Tab>(*m_model);
+        m_tab->resize(560, 520);
+        m_tab->show();
+        m_tab->activateWindow();
+        ASSERT_TRUE(QTest::qWaitForWindowActive(m_tab.get()));
+    }
+
+    // Stores a value as an edit of the settings file by another program would.
+    void editFile(const char *key, const QJsonValue &value)
+    {
+        const QString path = m_settings.store().filePath();
+        QFile file(path);
+        QJsonObject object;
+        if (file.open(QIODevice::ReadOnly))
+            object = QJsonDocument::fromJson(file.readAll()).object();
+        file.close();
+        object.insert(QString::fromLatin1(key), value);
+        QFile out(path + QStringLiteral(".edit"));
+        ASSERT_TRUE(out.open(QIODevice::WriteOnly));
+        out.write(QJsonDocument(object).toJson());
+        out.close();
+        QFile::remove(path);
+        ASSERT_TRUE(QFile::rename(out.fileName(), path));
+        m_settings.store().reload();
+    }
+
+    // The stored value as JSON text ("true", "57", "\"main\""); empty when absent.
+    QString stored(const char *key)
+    {
+        const QJsonValue value = m_settings.store().value(QString::fromLatin1(key));
+        if (value.isUndefined())
+            return {};
+        const QByteArray array = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
+        return QString::fromUtf8(array.mid(1, array.size() - 2));
+    }
+    void store(const char *key, const QJsonValue &value)
+    {
+        m_settings.store().setValue(QString::fromLatin1(key), value);
+    }
+
+    std::unique_ptr<Tab> m_tab;
+};
+
+} // namespace vocari::test

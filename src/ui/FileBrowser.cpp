@@ -31,7 +31,8 @@ void FileBrowser::openFolder(const QString &folder)
 void FileBrowser::reveal(const QString &path)
 {
     const QString parent = QFileInfo(path).absolutePath();
-    QDBusConnection bus = QDBusConnection::sessionBus();
+    QDBusConnection bus = m_busConnection.isEmpty() ? QDBusConnection::sessionBus()
+                                                    : QDBusConnection(m_busConnection);
     if (!bus.isConnected()) {
         openWithDesktop(parent);
         return;

@@ -9,6 +9,9 @@ namespace vocari {
 class FileBrowser
 {
 public:
+    // busConnection: the name of the D-Bus connection that reaches the file manager (see
+    // QDBusConnection::connectToBus); empty: the session bus.
+    explicit FileBrowser(QString busConnection = {}) : m_busConnection(std::move(busConnection)) {}
     virtual ~FileBrowser() = default;
 
     // Opens a folder in the file browser.
@@ -17,6 +20,9 @@ public:
     // D-Bus interface (org.freedesktop.FileManager1); where no file manager answers there,
     // opens that folder without selecting anything.
     virtual void reveal(const QString &path);
+
+private:
+    QString m_busConnection;
 };
 
 } // namespace vocari

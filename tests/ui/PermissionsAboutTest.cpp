@@ -163,6 +163,16 @@ TEST_F(PermissionsTabTest, TheFooterSaysAudioStaysOnThisComputer)
     EXPECT_TRUE(showsText(m_tab.get(), PermissionsTab::kFooter));
 }
 
+TEST_F(PermissionsTabTest, EveryControlIsReachedWithTabAndNamed)
+{
+    ScopedPath path;
+    path.addProgram(QStringLiteral("pavucontrol"));
+    makeTab();
+    const KeyboardAccessReport report = checkKeyboardAccess(m_tab.get());
+    EXPECT_TRUE(report) << report;
+    EXPECT_EQ(report.controls, 1); // "Open Settings"
+}
+
 // ----- About tab --------------------------------------------------------------------------
 
 // Receives the addresses the tab asks the desktop to open.
@@ -204,6 +214,13 @@ TEST_F(AboutTabTest, TheProjectLinkOpensWithTheKeyboard)
     QDesktopServices::unsetUrlHandler(QStringLiteral("https"));
     ASSERT_EQ(catcher.opened.size(), 1);
     EXPECT_EQ(catcher.opened.front(), AboutTab::projectPage());
+}
+
+TEST_F(AboutTabTest, EveryControlIsReachedWithTabAndNamed)
+{
+    const KeyboardAccessReport report = checkKeyboardAccess(m_tab.get());
+    EXPECT_TRUE(report) << report;
+    EXPECT_EQ(report.controls, 1); // the project link
 }
 
 } // namespace

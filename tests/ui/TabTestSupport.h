@@ -7,6 +7,7 @@
 #include "app/AppFixture.h"
 #include "settings/Preferences.h"
 #include "support/EventLoop.h"
+#include "ui/AccessibilityCheck.h"
 
 #include <QAbstractButton>
 #include <QAccessible>

@@ -119,6 +119,13 @@ TEST_F(TextTabTest, TypedRulesAreStoredAtOnceAndTabLeavesTheEditor)
     EXPECT_EQ(editor(QStringLiteral("Vocabulary"))->textCursor().position(), 6);
 }
 
+TEST_F(TextTabTest, EveryControlIsReachedWithTabAndNamed)
+{
+    const KeyboardAccessReport report = checkKeyboardAccess(m_tab.get());
+    EXPECT_TRUE(report) << report;
+    EXPECT_GE(report.controls, 7); // two segments, three check boxes, two editors
+}
+
 TEST(TextTabRules, OneLineNamesTheFirstLineThatIsNotARule)
 {
     EXPECT_EQ(TextTab::ruleProblem(QString()), QString());
@@ -304,6 +311,12 @@ TEST_F(PopupTabTest, PreviewShowsThePopup)
     preview->setFocus(Qt::TabFocusReason);
     QTest::keyClick(preview, Qt::Key_Space);
     EXPECT_TRUE(previewing());
+}
+
+TEST_F(PopupTabTest, EveryControlIsReachedWithTabAndNamed)
+{
+    const KeyboardAccessReport report = checkKeyboardAccess(m_tab.get());
+    EXPECT_TRUE(report) << report;
 }
 
 } // namespace

@@ -85,14 +85,14 @@ QLabel *makeCapsule(const QString &text, int horizontalPadding, int verticalPadd
     label->setFont(smallerFont(parent->font(), 0.82, QFont::Medium));
     QColor fill = parent->palette().color(QPalette::WindowText);
     fill.setAlphaF(0.09);
-    const QColor text_ = ModelIcons::secondaryColor(parent->palette());
+    const QColor textColor = ModelIcons::secondaryColor(parent->palette());
     label->setStyleSheet(QStringLiteral("QLabel { background-color: rgba(%1, %2, %3, %4); "
                                         "color: %5; border-radius: 7px; padding: %6px %7px; }")
                              .arg(fill.red())
                              .arg(fill.green())
                              .arg(fill.blue())
                              .arg(fill.alphaF())
-                             .arg(text_.name())
+                             .arg(textColor.name())
                              .arg(verticalPadding)
                              .arg(horizontalPadding));
     label->setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);

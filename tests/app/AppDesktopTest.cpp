@@ -362,7 +362,7 @@ TEST_F(AppOnDesktop, OneInstanceAnswersTheControlCommands)
 
     EXPECT_EQ(vocari.command({QStringLiteral("quit")}), 0);
     ASSERT_TRUE(vocari.process()->waitForExit(10s));
-    EXPECT_EQ(vocari.process()->exitCode(), 0);
+    EXPECT_EQ(vocari.process()->exitCode(), 0) << qPrintable(vocari.log());
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "hotkey/HotkeyRecorder.h"
 
 #include <QApplication>
+#include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QPushButton>
@@ -42,6 +43,8 @@ HotkeyRecorder::HotkeyRecorder(QWidget *parent) : QWidget(parent)
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(4);
 
+    m_keyRow = new QHBoxLayout;
+    m_keyRow->setContentsMargins(0, 0, 0, 0);
     m_button = new QPushButton(this);
     m_button->setObjectName(QStringLiteral("dictationKey"));
     m_button->setAccessibleName(QStringLiteral("Dictation key"));
@@ -49,7 +52,9 @@ HotkeyRecorder::HotkeyRecorder(QWidget *parent) : QWidget(parent)
     m_button->setAutoDefault(false);
     // Enter starts recording too; Space does through the button itself.
     m_button->installEventFilter(this);
-    layout->addWidget(m_button, 0, Qt::AlignRight);
+    m_keyRow->addWidget(m_button);
+    m_keyRow->addStretch();
+    layout->addLayout(m_keyRow);
 
     m_hint = new QLabel(this);
     m_hint->setObjectName(QStringLiteral("dictationKeyHint"));
@@ -59,9 +64,9 @@ HotkeyRecorder::HotkeyRecorder(QWidget *parent) : QWidget(parent)
     QPalette orange = m_hint->palette();
     orange.setColor(QPalette::WindowText, QColor(214, 110, 0));
     m_hint->setPalette(orange);
-    m_hint->setAlignment(Qt::AlignRight);
+    m_hint->setAlignment(Qt::AlignLeft);
     m_hint->hide();
-    layout->addWidget(m_hint, 0, Qt::AlignRight);
+    layout->addWidget(m_hint, 0, Qt::AlignLeft);
 
     setFocusProxy(m_button);
     connect(m_button, &QPushButton::clicked, this, [this] {
@@ -78,6 +83,11 @@ HotkeyRecorder::~HotkeyRecorder()
     // The filter goes with the object; the owner still hears that recording ended, so that the
     // key monitor does not stay paused.
     stopRecording();
+}
+
+void HotkeyRecorder::addAccessory(QWidget *widget)
+{
+    m_keyRow->insertWidget(m_keyRow->count() - 1, widget);
 }
 
 void HotkeyRecorder::setHotkey(const Hotkey &hotkey)

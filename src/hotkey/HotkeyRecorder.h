@@ -7,6 +7,7 @@
 #include <optional>
 #include <set>
 
+class QHBoxLayout;
 class QKeyEvent;
 class QLabel;
 class QPushButton;
@@ -35,6 +36,9 @@ public:
 
     explicit HotkeyRecorder(QWidget *parent = nullptr);
     ~HotkeyRecorder() override;
+
+    // Places a widget beside the key box, above the hint (such as a menu of ready-made keys).
+    void addAccessory(QWidget *widget);
 
     Hotkey hotkey() const { return m_hotkey; }
     // Shows this key; it is not announced as recorded.
@@ -74,6 +78,7 @@ private:
     void setHint(const QString &hint);
     void refresh();
 
+    QHBoxLayout *m_keyRow = nullptr;
     QPushButton *m_button = nullptr;
     QLabel *m_hint = nullptr;
     Hotkey m_hotkey;

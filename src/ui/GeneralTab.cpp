@@ -104,7 +104,8 @@ QComboBox *comboBox(const QString &objectName, QWidget *parent)
 {
     auto *combo = new QComboBox(parent);
     combo->setObjectName(objectName);
-    combo->setSizeAdjustPolicy(QComboBox::AdjustToContents);
+    // Every picker spans the field column, whatever its entries, so the column reads as one.
+    combo->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
     return combo;
 }
 
@@ -114,6 +115,25 @@ QCheckBox *checkBox(const QString &text, const QString &objectName, QWidget *par
     box->setObjectName(objectName);
     box->setAccessibleName(text);
     return box;
+}
+
+// Gives the row labels of every section one width, so that the controls of all sections start
+// at the same place.
+void alignLabelColumns(QWidget *content)
+{
+    QList<QWidget *> labels;
+    for (QFormLayout *form : content->findChildren<QFormLayout *>()) {
+        for (int row = 0; row < form->rowCount(); ++row) {
+            if (QLayoutItem *item = form->itemAt(row, QFormLayout::LabelRole);
+                item && item->widget())
+                labels.append(item->widget());
+        }
+    }
+    int width = 0;
+    for (QWidget *label : std::as_const(labels))
+        width = std::max(width, label->sizeHint().width());
+    for (QWidget *label : std::as_const(labels))
+        label->setMinimumWidth(width);
 }
 
 // Selects the entry holding `value` without announcing it as the user's choice.
@@ -138,6 +158,7 @@ GeneralTab::GeneralTab(AppModel &model, QWidget *parent) : QWidget(parent), m_mo
     column->addWidget(makeSpeechSection());
     column->addWidget(makeSystemSection());
     column->addStretch();
+    alignLabelColumns(content);
     scroll->setWidget(content);
     auto *outer = new QVBoxLayout(this);
     outer->setContentsMargins(0, 0, 0, 0);
@@ -167,13 +188,8 @@ QWidget *GeneralTab::makeShortcutSection()
     layout->addWidget(box);
 
     // The key box with the ready-made keys beside it.
-    auto *keyRow = new QWidget(box);
-    auto *keyLayout = new QHBoxLayout(keyRow);
-    keyLayout->setContentsMargins(0, 0, 0, 0);
-    keyLayout->addStretch();
-    m_recorder = new HotkeyRecorder(keyRow);
-    keyLayout->addWidget(m_recorder, 0, Qt::AlignTop);
-    m_presets = new QToolButton(keyRow);
+    m_recorder = new HotkeyRecorder(box);
+    m_presets = new QToolButton(m_recorder);
     m_presets->setObjectName(QStringLiteral("presets"));
     m_presets->setIcon(
         settingsIcon(QStringLiteral("presets"), palette().color(QPalette::ButtonText)));
@@ -182,6 +198,8 @@ QWidget *GeneralTab::makeShortcutSection()
     m_presets->setAutoRaise(true);
     m_presets->setPopupMode(QToolButton::InstantPopup);
     m_presets->setFocusPolicy(Qt::StrongFocus);
+    // The circled ellipsis says "more" by itself; the style's menu arrow would crowd it.
+    m_presets->setStyleSheet(QStringLiteral("QToolButton::menu-indicator { image: none; }"));
     auto *menu = new QMenu(m_presets);
     menu->setObjectName(QStringLiteral("presetsMenu"));
     for (const Hotkey &preset : Hotkey::presets()) {
@@ -189,8 +207,8 @@ QWidget *GeneralTab::makeShortcutSection()
         connect(action, &QAction::triggered, this, [this, preset] { m_model.setHotkey(preset); });
     }
     m_presets->setMenu(menu);
-    keyLayout->addWidget(m_presets, 0, Qt::AlignTop);
-    addRow(box, QStringLiteral("Dictation key"), keyRow, m_recorder->keyBox());
+    m_recorder->addAccessory(m_presets);
+    addRow(box, QStringLiteral("Dictation key"), m_recorder, m_recorder->keyBox());
 
     connect(m_recorder, &HotkeyRecorder::hotkeyRecorded, &m_model, &AppModel::setHotkey);
     // The model outlives the tab, so a recording cut short by closing the window still resumes
@@ -205,7 +223,6 @@ QWidget *GeneralTab::makeShortcutSection()
     auto *modesLayout = new QHBoxLayout(modes);
     modesLayout->setContentsMargins(0, 0, 0, 0);
     modesLayout->setSpacing(0);
-    modesLayout->addStretch();
     const QList<std::pair<RecordMode, QString>> segments{
         {RecordMode::hold, QStringLiteral("Hold to talk")},
         {RecordMode::toggle, QStringLiteral("Press to start & stop")}};
@@ -226,11 +243,12 @@ QWidget *GeneralTab::makeShortcutSection()
         m_recordModes[int(mode)] = button;
         modesLayout->addWidget(button);
     }
+    modesLayout->addStretch();
     addRow(box, QStringLiteral("Recording"), modes, m_recordModes[int(RecordMode::hold)]);
 
     m_cancel = new QLabel(box);
     m_cancel->setObjectName(QStringLiteral("cancelHint"));
-    m_cancel->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    m_cancel->setAlignment(Qt::AlignLeft | Qt::AlignVCenter);
     makeSecondary(m_cancel, false);
     formOf(box)->addRow(QStringLiteral("Cancel"), m_cancel);
 

@@ -3,6 +3,7 @@
 #include "ui/GeneralTab.h"
 #include "ui/SettingsIcons.h"
 
+#include <QScrollArea>
 #include <QTabWidget>
 #include <QVBoxLayout>
 
@@ -65,6 +66,13 @@ SettingsView::SettingsView(AppModel &model, QWidget *parent) : QWidget(parent, Q
 
 void SettingsView::addTab(QWidget *tab, const QString &title, const QString &icon)
 {
+    // A page that scrolls would paint the window colour over the tab pane that the other pages
+    // show; letting its scroll area through makes every page look alike.
+    for (QScrollArea *scroll : tab->findChildren<QScrollArea *>()) {
+        scroll->viewport()->setAutoFillBackground(false);
+        if (QWidget *content = scroll->widget())
+            content->setAutoFillBackground(false);
+    }
     if (tab->objectName().isEmpty())
         tab->setObjectName(icon + QStringLiteral("Tab"));
     m_tabs->addTab(tab, settingsIcon(icon, palette().color(QPalette::WindowText)), title);

@@ -13,6 +13,7 @@
 #include <QFormLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
+#include <QJsonValue>
 #include <QLabel>
 #include <QLoggingCategory>
 #include <QMenu>
@@ -21,6 +22,7 @@
 #include <QSignalBlocker>
 #include <QToolButton>
 #include <QVBoxLayout>
+#include <algorithm>
 
 namespace vocari {
 

@@ -58,9 +58,10 @@ HotkeyRecorder::HotkeyRecorder(QWidget *parent) : QWidget(parent)
 
     m_hint = new QLabel(this);
     m_hint->setObjectName(QStringLiteral("dictationKeyHint"));
-    QFont small = m_hint->font();
-    small.setPointSizeF(small.pointSizeF() * 0.85);
-    m_hint->setFont(small);
+    if (QFont small = m_hint->font(); small.pointSizeF() > 0) {
+        small.setPointSizeF(small.pointSizeF() * 0.85);
+        m_hint->setFont(small);
+    }
     QPalette orange = m_hint->palette();
     orange.setColor(QPalette::WindowText, QColor(214, 110, 0));
     m_hint->setPalette(orange);

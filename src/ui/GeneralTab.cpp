@@ -95,8 +95,7 @@ void makeSecondary(QLabel *label, bool small)
 {
     label->setWordWrap(true);
     label->setForegroundRole(QPalette::PlaceholderText);
-    if (small) {
-        QFont font = label->font();
+    if (QFont font = label->font(); small && font.pointSizeF() > 0) {
         font.setPointSizeF(font.pointSizeF() * 0.9);
         label->setFont(font);
     }

@@ -2,8 +2,9 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
-// The tabs are widgets and the application model owns a HUD window, so these tests need a
-// QApplication; the model store looks for models under a data folder of their own.
+// A main() for the tests of widgets and of the application model, which owns a HUD window:
+// they need a QApplication rather than the plain core application of the other tests, and the
+// model store looks for models under a data folder of their own.
 int main(int argc, char **argv)
 {
     testing::InitGoogleTest(&argc, argv);

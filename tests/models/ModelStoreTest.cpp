@@ -17,55 +17,12 @@
 #include <gtest/gtest.h>
 
 using namespace vocari;
+using vocari::test::FakeDownload;
 using vocari::test::HubTestServer;
+using vocari::test::kUltra;
+using vocari::test::kUltraRepo;
 
 namespace {
-
-const QString kUltra = QStringLiteral("parakeetUltra");
-const QString kUltraRepo = QStringLiteral("istupakov/parakeet-tdt-0.6b-v3-onnx");
-
-// A download that does nothing by itself: the test decides when and how it ends.
-class FakeDownload : public ModelDownload
-{
-public:
-    FakeDownload(QString repository, QString folder)
-        : repository(std::move(repository)), folder(std::move(folder))
-    {
-    }
-    void start() override { started = true; }
-    void cancel() override { end(DownloadError::cancelled()); }
-    std::optional<DownloadError> error() const override { return m_error; }
-
-    void report(double fraction) { emit progressed(fraction); }
-    void end(std::optional<DownloadError> error)
-    {
-        if (m_ended)
-            return;
-        m_ended = true;
-        m_error = std::move(error);
-        emit finished();
-    }
-
-    const QString repository, folder;
-    bool started = false;
-
-private:
-    bool m_ended = false;
-    std::optional<DownloadError> m_error;
-};
-
-// Every fake download a store asked for.
-struct FakeDownloads
-{
-    QList<QPointer<FakeDownload>> made;
-
-    ModelDownloadFactory factory()
-    {
-        return [this](const QString &repository, const QString &folder) {
-            return made.emplace_back(new FakeDownload(repository, folder)).data();
-        };
-    }
-};
 
 // Counts a store's change notifications.
 struct StoreSignals
@@ -112,7 +69,7 @@ protected:
 
     test::ScopedDataHome home;
     test::ScopedSettings settings;
-    FakeDownloads fakes;
+    test::FakeDownloads fakes;
 };
 
 } // namespace

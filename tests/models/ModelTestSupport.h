@@ -1,16 +1,25 @@
 #pragma once
 
+#include "models/ModelDownload.h"
+
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
+#include <QList>
+#include <QPointer>
 #include <QStringList>
 #include <QTemporaryDir>
 #include <functional>
 #include <optional>
+#include <utility>
 
 namespace vocari::test {
+
+// The largest built-in engine and the hub repository it is downloaded from.
+inline const QString kUltra = QStringLiteral("parakeetUltra");
+inline const QString kUltraRepo = QStringLiteral("istupakov/parakeet-tdt-0.6b-v3-onnx");
 
 // Sets an environment variable (or removes it) for the lifetime of this object.
 class ScopedEnvironment
@@ -79,6 +88,55 @@ inline void writeFakeModel(const QString &folder, const QStringList &files = com
             file.write(name.toUtf8());
     }
 }
+
+// A download that does nothing by itself: the test ends it, with a model in its folder, with an
+// error, or cancelled.
+class FakeDownload : public ModelDownload
+{
+public:
+    FakeDownload(QString repository, QString folder)
+        : repository(std::move(repository)), folder(std::move(folder))
+    {
+    }
+    void start() override { started = true; }
+    void cancel() override { end(DownloadError::cancelled()); }
+    std::optional<DownloadError> error() const override { return m_error; }
+
+    void report(double fraction) { emit progressed(fraction); }
+    void succeed()
+    {
+        writeFakeModel(folder);
+        end(std::nullopt);
+    }
+    void end(std::optional<DownloadError> error)
+    {
+        if (m_ended)
+            return;
+        m_ended = true;
+        m_error = std::move(error);
+        emit finished();
+    }
+
+    const QString repository, folder;
+    bool started = false;
+
+private:
+    bool m_ended = false;
+    std::optional<DownloadError> m_error;
+};
+
+// Every fake download a store asked for.
+struct FakeDownloads
+{
+    QList<QPointer<FakeDownload>> made;
+
+    ModelDownloadFactory factory()
+    {
+        return [this](const QString &repository, const QString &folder) {
+            return made.emplace_back(new FakeDownload(repository, folder)).data();
+        };
+    }
+};
 
 // Every file below folder, relative to it, sorted.
 inline QStringList filesBelow(const QString &folder)

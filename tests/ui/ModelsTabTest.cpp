@@ -25,47 +25,11 @@
 using namespace vocari;
 using test::accessibleName;
 using test::checkKeyboardAccess;
+using test::kUltra;
+using test::kUltraRepo;
 using testing::ElementsAre;
 
 namespace {
-
-const QString kUltra = QStringLiteral("parakeetUltra");
-const QString kUltraRepo = QStringLiteral("istupakov/parakeet-tdt-0.6b-v3-onnx");
-
-// A download the test ends: with a model in its folder, with an error, or cancelled.
-class FakeDownload : public ModelDownload
-{
-public:
-    FakeDownload(QString repository, QString folder)
-        : repository(std::move(repository)), folder(std::move(folder))
-    {
-    }
-    void start() override { started = true; }
-    void cancel() override { end(DownloadError::cancelled()); }
-    std::optional<DownloadError> error() const override { return m_error; }
-
-    void report(double fraction) { emit progressed(fraction); }
-    void succeed()
-    {
-        test::writeFakeModel(folder);
-        end(std::nullopt);
-    }
-    void end(std::optional<DownloadError> error)
-    {
-        if (m_ended)
-            return;
-        m_ended = true;
-        m_error = std::move(error);
-        emit finished();
-    }
-
-    const QString repository, folder;
-    bool started = false;
-
-private:
-    bool m_ended = false;
-    std::optional<DownloadError> m_error;
-};
 
 // Records what would have been shown in the file browser.
 struct RecordingFiles final : FileBrowser
@@ -89,9 +53,7 @@ protected:
     void SetUp() override
     {
         if (useFakeDownloads)
-            m_downloads = [this](const QString &repository, const QString &folder) {
-                return made.emplace_back(new FakeDownload(repository, folder)).data();
-            };
+            m_downloads = fakes.factory();
         AppFixture::SetUp();
         tab = std::make_unique<ModelsTab>(*m_model);
         tab->setFileBrowser(files);
@@ -185,7 +147,7 @@ protected:
     bool useFakeDownloads = true;
     test::ScopedDataHome home;
     std::shared_ptr<RecordingFiles> files = std::make_shared<RecordingFiles>();
-    QList<QPointer<FakeDownload>> made;
+    test::FakeDownloads fakes;
     std::unique_ptr<ModelsTab> tab;
 };
 
@@ -234,19 +196,19 @@ TEST_F(ModelsTabTest, ListsTheBuiltInEnginesWithWhatTheirStateAllows)
 TEST_F(ModelsTabTest, ShowsDownloadProgressInWholePercentAndCancels)
 {
     click(downloadButton(kUltra));
-    ASSERT_EQ(made.size(), 1);
-    EXPECT_TRUE(made[0]->started);
-    EXPECT_EQ(made[0]->repository, kUltraRepo);
+    ASSERT_EQ(fakes.made.size(), 1);
+    EXPECT_TRUE(fakes.made[0]->started);
+    EXPECT_EQ(fakes.made[0]->repository, kUltraRepo);
     EXPECT_FALSE(downloadButton(kUltra)->isVisible());
     auto *progress = control<QProgressBar>(kUltra, "progress");
     EXPECT_TRUE(progress->isVisible());
     EXPECT_EQ(label(kUltra, "percent")->text(), "0%");
     EXPECT_FALSE(selectButton(kUltra)->isEnabled());
 
-    made[0]->report(0.5);
+    fakes.made[0]->report(0.5);
     EXPECT_EQ(label(kUltra, "percent")->text(), "50%");
     EXPECT_EQ(progress->value() * 2, progress->maximum());
-    made[0]->report(0.999);
+    fakes.made[0]->report(0.999);
     EXPECT_EQ(label(kUltra, "percent")->text(), "99%");
     EXPECT_EQ(EngineRow::percentText(0.29), "28%"); // rounded down, as floating point has it
     EXPECT_EQ(EngineRow::percentText(1.0), "100%");
@@ -265,8 +227,8 @@ TEST_F(ModelsTabTest, ShowsDownloadProgressInWholePercentAndCancels)
 TEST_F(ModelsTabTest, AFinishedDownloadIsSelectedAndOffersItsFolderAndDeletion)
 {
     click(downloadButton(kUltra));
-    ASSERT_EQ(made.size(), 1);
-    made[0]->succeed();
+    ASSERT_EQ(fakes.made.size(), 1);
+    fakes.made[0]->succeed();
     const QString folder = home.modelFolder(kUltra);
 
     EXPECT_TRUE(selectButton(kUltra)->isEnabled());
@@ -353,8 +315,8 @@ TEST_F(ModelsTabTest, AddsAHubModelAndShowsWhyItsDownloadFailed)
     EXPECT_TRUE(control<QProgressBar>(id, "progress")->isVisible());
 
     // A failed download: "Download" over "Custom", a bin, and the reason in red.
-    ASSERT_EQ(made.size(), 1);
-    made[0]->end(DownloadError::notFound("a/b"));
+    ASSERT_EQ(fakes.made.size(), 1);
+    fakes.made[0]->end(DownloadError::notFound("a/b"));
     EXPECT_TRUE(downloadButton(id)->isVisible());
     EXPECT_EQ(label(id, "sizeCaption")->text(), "Custom");
     EXPECT_TRUE(error->isVisible());
@@ -416,7 +378,7 @@ TEST_F(ModelsTabTest, AddsAFolderThatIsUsedInPlace)
     EXPECT_EQ(sizeButton(id)->text(), "Custom");
     ASSERT_TRUE(closed(dialog));
 
-    EXPECT_TRUE(made.isEmpty());
+    EXPECT_TRUE(fakes.made.isEmpty());
     EXPECT_EQ(store().selected(), id);
     EXPECT_TRUE(selectButton(id)->isChecked());
     EXPECT_FALSE(selectButton(Engine::systemId)->isChecked());
@@ -483,7 +445,7 @@ TEST_F(ModelsTabTest, EveryControlIsReachedWithTabNamedAndWorksFromTheKeyboard)
     QPushButton *download = downloadButton(kUltra);
     download->setFocus(Qt::TabFocusReason);
     QTest::keyClick(download, Qt::Key_Space);
-    ASSERT_EQ(made.size(), 1);
+    ASSERT_EQ(fakes.made.size(), 1);
     EXPECT_EQ(QApplication::focusWidget(), cancelButton(kUltra));
     QTest::keyClick(cancelButton(kUltra), Qt::Key_Space);
     EXPECT_EQ(store().state(kUltra), ModelState::notInstalled());
@@ -491,8 +453,8 @@ TEST_F(ModelsTabTest, EveryControlIsReachedWithTabNamedAndWorksFromTheKeyboard)
 
     // Once installed, the size button takes the focus and Space opens its menu.
     QTest::keyClick(download, Qt::Key_Space);
-    ASSERT_EQ(made.size(), 2);
-    made[1]->succeed();
+    ASSERT_EQ(fakes.made.size(), 2);
+    fakes.made[1]->succeed();
     QToolButton *size = sizeButton(kUltra);
     EXPECT_EQ(QApplication::focusWidget(), size);
     QTest::keyClick(size, Qt::Key_Space);
@@ -516,11 +478,11 @@ TEST_F(ModelsTabTest, EveryStateOfTheRowsAndTheDialogPassesTheKeyboardCheck)
     // download failed (the bin), all at once.
     click(downloadButton(kUltra));
     click(downloadButton("parakeetRedux"));
-    ASSERT_EQ(made.size(), 2);
-    made[1]->succeed();
+    ASSERT_EQ(fakes.made.size(), 2);
+    fakes.made[1]->succeed();
     store().addHub("a/b", {});
-    ASSERT_EQ(made.size(), 3);
-    made[2]->end(DownloadError::network("The connection was lost."));
+    ASSERT_EQ(fakes.made.size(), 3);
+    fakes.made[2]->end(DownloadError::network("The connection was lost."));
     ASSERT_TRUE(cancelButton(kUltra)->isVisible());
     ASSERT_TRUE(sizeButton("parakeetRedux")->isVisible());
     ASSERT_TRUE(control<QToolButton>(customId(), "remove")->isVisible());

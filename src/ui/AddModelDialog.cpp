@@ -1,6 +1,7 @@
 #include "ui/AddModelDialog.h"
 
 #include "models/ModelStore.h"
+#include "ui/FormSection.h"
 #include "ui/ModelIcons.h"
 
 #include <QButtonGroup>
@@ -94,15 +95,8 @@ AddModelDialog::AddModelDialog(ModelStore &store, QWidget *parent)
     connect(m_folderButton, &QPushButton::clicked, this, &AddModelDialog::chooseFolder);
     layout->addLayout(m_form);
 
-    auto *footer = new QLabel(kFooter, this);
-    footer->setObjectName(QStringLiteral("footer"));
-    footer->setWordWrap(true);
-    QFont small = footer->font();
-    small.setPointSizeF(small.pointSizeF() * 0.9);
-    footer->setFont(small);
-    QPalette faded = footer->palette();
-    faded.setColor(QPalette::WindowText, ModelIcons::secondaryColor(faded));
-    footer->setPalette(faded);
+    QLabel *footer = footerLabel(kFooter, this);
+    footer->setPalette(ModelIcons::secondaryPalette(footer->palette()));
     layout->addWidget(footer);
     layout->addSpacing(8);
 

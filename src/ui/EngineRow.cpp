@@ -71,9 +71,7 @@ QFont smallerFont(const QFont &base, qreal factor, QFont::Weight weight)
 
 void useSecondaryText(QWidget *widget)
 {
-    QPalette palette = widget->palette();
-    palette.setColor(QPalette::WindowText, ModelIcons::secondaryColor(palette));
-    widget->setPalette(palette);
+    widget->setPalette(ModelIcons::secondaryPalette(widget->palette()));
 }
 
 // A small rounded label in the secondary colour on a faint fill: the "Custom" badge and the

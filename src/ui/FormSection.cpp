@@ -9,6 +9,20 @@
 
 namespace vocari {
 
+namespace {
+
+// Slightly smaller text; a font without a point size is kept as it is.
+void useSmallerFont(QLabel *label)
+{
+    QFont font = label->font();
+    if (font.pointSizeF() > 0) {
+        font.setPointSizeF(font.pointSizeF() * 0.9);
+        label->setFont(font);
+    }
+}
+
+} // namespace
+
 FormSection::FormSection(const QString &title, QWidget *parent) : QWidget(parent)
 {
     auto *layout = new QVBoxLayout(this);
@@ -50,15 +64,12 @@ void FormSection::setFooter(const QString &text)
     m_footer->setVisible(!text.isEmpty());
 }
 
-void FormSection::makeSecondary(QLabel *label)
+void FormSection::makeSecondary(QLabel *label, bool smaller)
 {
     label->setWordWrap(true);
     label->setForegroundRole(QPalette::PlaceholderText);
-    QFont font = label->font();
-    if (font.pointSizeF() > 0) {
-        font.setPointSizeF(font.pointSizeF() * 0.9);
-        label->setFont(font);
-    }
+    if (smaller)
+        useSmallerFont(label);
 }
 
 QVBoxLayout *scrollingColumn(QWidget *tab)
@@ -75,6 +86,15 @@ QVBoxLayout *scrollingColumn(QWidget *tab)
     outer->setContentsMargins(0, 0, 0, 0);
     outer->addWidget(scroll);
     return column;
+}
+
+QLabel *footerLabel(const QString &text, QWidget *parent)
+{
+    auto *label = new QLabel(text, parent);
+    label->setObjectName(QStringLiteral("footer"));
+    label->setWordWrap(true);
+    useSmallerFont(label);
+    return label;
 }
 
 } // namespace vocari

@@ -27,8 +27,8 @@ public:
     void setFooter(const QString &text);
     QLabel *footer() const { return m_footer; }
 
-    // Muted, slightly smaller text for explanations and captions.
-    static void makeSecondary(QLabel *label);
+    // Muted text for explanations and captions, slightly smaller unless `smaller` is false.
+    static void makeSecondary(QLabel *label, bool smaller = true);
 
 private:
     QGroupBox *m_box = nullptr;
@@ -40,5 +40,9 @@ private:
 // the column's layout for the sections. The scroll area itself takes no focus; it follows the
 // focus from control to control.
 QVBoxLayout *scrollingColumn(QWidget *tab);
+
+// A word-wrapped note in slightly smaller text below a page's content, named "footer". Its colour
+// is left to the page.
+QLabel *footerLabel(const QString &text, QWidget *parent);
 
 } // namespace vocari

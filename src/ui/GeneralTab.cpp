@@ -5,6 +5,7 @@
 #include "hotkey/HotkeyRecorder.h"
 #include "settings/Preferences.h"
 #include "settings/SettingsStore.h"
+#include "ui/FormSection.h"
 #include "ui/LoginItem.h"
 #include "ui/SettingsIcons.h"
 
@@ -18,7 +19,6 @@
 #include <QLoggingCategory>
 #include <QMenu>
 #include <QPushButton>
-#include <QScrollArea>
 #include <QSignalBlocker>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -90,17 +90,6 @@ void addRow(QGroupBox *box, const QString &label, QWidget *field, QWidget *focus
     formOf(box)->addRow(title, field);
 }
 
-// Muted text for explanations under a section and for read-only values.
-void makeSecondary(QLabel *label, bool small)
-{
-    label->setWordWrap(true);
-    label->setForegroundRole(QPalette::PlaceholderText);
-    if (QFont font = label->font(); small && font.pointSizeF() > 0) {
-        font.setPointSizeF(font.pointSizeF() * 0.9);
-        label->setFont(font);
-    }
-}
-
 QComboBox *comboBox(const QString &objectName, QWidget *parent)
 {
     auto *combo = new QComboBox(parent);
@@ -148,22 +137,12 @@ void selectData(QComboBox *combo, const QVariant &value)
 
 GeneralTab::GeneralTab(AppModel &model, QWidget *parent) : QWidget(parent), m_model(model)
 {
-    auto *scroll = new QScrollArea(this);
-    scroll->setWidgetResizable(true);
-    scroll->setFrameShape(QFrame::NoFrame);
-    scroll->setFocusPolicy(Qt::NoFocus);
-    auto *content = new QWidget(scroll);
-    auto *column = new QVBoxLayout(content);
-    column->setSpacing(14);
+    QVBoxLayout *column = scrollingColumn(this);
     column->addWidget(makeShortcutSection());
     column->addWidget(makeSpeechSection());
     column->addWidget(makeSystemSection());
     column->addStretch();
-    alignLabelColumns(content);
-    scroll->setWidget(content);
-    auto *outer = new QVBoxLayout(this);
-    outer->setContentsMargins(0, 0, 0, 0);
-    outer->addWidget(scroll);
+    alignLabelColumns(column->parentWidget());
 
     m_devices = model.dictation().audioEngine().inputs();
     connect(&model.dictation().audioEngine(), &AudioEngine::configurationChanged, this,
@@ -250,12 +229,12 @@ QWidget *GeneralTab::makeShortcutSection()
     m_cancel = new QLabel(box);
     m_cancel->setObjectName(QStringLiteral("cancelHint"));
     m_cancel->setAlignment(Qt::AlignLeft | Qt::AlignVCenter);
-    makeSecondary(m_cancel, false);
+    FormSection::makeSecondary(m_cancel, false);
     formOf(box)->addRow(QStringLiteral("Cancel"), m_cancel);
 
     auto *footer = new QLabel(kFooter, wrapper);
     footer->setObjectName(QStringLiteral("shortcutFooter"));
-    makeSecondary(footer, true);
+    FormSection::makeSecondary(footer);
     footer->setContentsMargins(6, 0, 6, 0);
     layout->addWidget(footer);
     return wrapper;

@@ -88,6 +88,12 @@ QColor secondaryColor(const QPalette &palette)
     return blend(palette.color(QPalette::WindowText), palette.color(QPalette::Window), 0.6);
 }
 
+QPalette secondaryPalette(QPalette palette)
+{
+    palette.setColor(QPalette::WindowText, secondaryColor(palette));
+    return palette;
+}
+
 QColor accentColor(const QPalette &palette)
 {
     return palette.color(QPalette::Highlight);

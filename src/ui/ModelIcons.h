@@ -26,6 +26,8 @@ QIcon selectIcon(const QPalette &palette, int size);
 
 // Text that stays in the background: the window text, faded.
 QColor secondaryColor(const QPalette &palette);
+// The palette with its window text in the secondary colour.
+QPalette secondaryPalette(QPalette palette);
 // The accent colour of the palette.
 QColor accentColor(const QPalette &palette);
 // The red of error messages, readable on light and dark windows.

@@ -5,6 +5,7 @@
 #include "ui/AddModelDialog.h"
 #include "ui/EngineRow.h"
 #include "ui/FileBrowser.h"
+#include "ui/FormSection.h"
 #include "ui/ModelIcons.h"
 
 #include <QDir>
@@ -101,24 +102,15 @@ ModelsTab::ModelsTab(AppModel &model, QWidget *parent)
     m_error->setTextInteractionFlags(Qt::TextSelectableByMouse);
     layout->addWidget(m_error);
 
-    auto *footer = new QLabel(kFooter, this);
-    footer->setObjectName(QStringLiteral("footer"));
-    footer->setWordWrap(true);
-    QFont small = footer->font();
-    small.setPointSizeF(small.pointSizeF() * 0.9);
-    footer->setFont(small);
+    QLabel *footer = footerLabel(kFooter, this);
     layout->addWidget(footer);
 
     new PaletteWatcher(this, [this, footer] {
         updateIcons();
-        QPalette faded = palette();
-        faded.setColor(QPalette::WindowText, ModelIcons::secondaryColor(faded));
-        footer->setPalette(faded);
+        footer->setPalette(ModelIcons::secondaryPalette(palette()));
         updateError();
     });
-    QPalette faded = palette();
-    faded.setColor(QPalette::WindowText, ModelIcons::secondaryColor(faded));
-    footer->setPalette(faded);
+    footer->setPalette(ModelIcons::secondaryPalette(palette()));
     updateIcons();
 
     connect(&m_store, &ModelStore::enginesChanged, this, &ModelsTab::syncRows);

@@ -1,34 +1,16 @@
 #include "ui/SettingsView.h"
 
+#include "ui/AboutTab.h"
 #include "ui/GeneralTab.h"
+#include "ui/ModelsTab.h"
+#include "ui/PermissionsTab.h"
+#include "ui/PopupTab.h"
 #include "ui/SettingsIcons.h"
+#include "ui/TextTab.h"
 
 #include <QScrollArea>
 #include <QTabWidget>
 #include <QVBoxLayout>
-
-// The other tabs are built in areas of their own; each joins the window once it is part of the
-// build.
-#if __has_include("ui/TextTab.h")
-#include "ui/TextTab.h"
-#define VOCARI_HAS_TEXT_TAB 1
-#endif
-#if __has_include("ui/ModelsTab.h")
-#include "ui/ModelsTab.h"
-#define VOCARI_HAS_MODELS_TAB 1
-#endif
-#if __has_include("ui/PopupTab.h")
-#include "ui/PopupTab.h"
-#define VOCARI_HAS_POPUP_TAB 1
-#endif
-#if __has_include("ui/PermissionsTab.h")
-#include "ui/PermissionsTab.h"
-#define VOCARI_HAS_PERMISSIONS_TAB 1
-#endif
-#if __has_include("ui/AboutTab.h")
-#include "ui/AboutTab.h"
-#define VOCARI_HAS_ABOUT_TAB 1
-#endif
 
 namespace vocari {
 
@@ -47,21 +29,11 @@ SettingsView::SettingsView(AppModel &model, QWidget *parent) : QWidget(parent, Q
     layout->addWidget(m_tabs);
 
     addTab(new GeneralTab(model), QStringLiteral("General"), QStringLiteral("general"));
-#ifdef VOCARI_HAS_TEXT_TAB
     addTab(new TextTab(model), QStringLiteral("Text"), QStringLiteral("text"));
-#endif
-#ifdef VOCARI_HAS_MODELS_TAB
     addTab(new ModelsTab(model), QStringLiteral("Models"), QStringLiteral("models"));
-#endif
-#ifdef VOCARI_HAS_POPUP_TAB
     addTab(new PopupTab(model), QStringLiteral("Popup"), QStringLiteral("popup"));
-#endif
-#ifdef VOCARI_HAS_PERMISSIONS_TAB
     addTab(new PermissionsTab(model), QStringLiteral("Permissions"), QStringLiteral("permissions"));
-#endif
-#ifdef VOCARI_HAS_ABOUT_TAB
     addTab(new AboutTab(model), QStringLiteral("About"), QStringLiteral("about"));
-#endif
 }
 
 void SettingsView::addTab(QWidget *tab, const QString &title, const QString &icon)

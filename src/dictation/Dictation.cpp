@@ -1,5 +1,6 @@
 #include "dictation/Dictation.h"
 
+#include "dictation/FeedGate.h"
 #include "dictation/ThreadHandOver.h"
 #include "dictation/TimingLog.h"
 #include "engines/Transcriber.h"
@@ -30,6 +31,8 @@ const QString kNoEngine = QStringLiteral("No speech engine is available.");
 const QString kTidying = QStringLiteral("Tidying up…");
 
 constexpr std::chrono::milliseconds kDemoStep{50};
+// How much audio captured before the transcriber is ready is kept when there is no time limit.
+constexpr double kLongestWaitingAudio = 60.0;
 
 // Reports from engine threads and the capture thread reach the main thread in the order
 // they were made.
@@ -68,6 +71,13 @@ double seconds(std::chrono::steady_clock::duration duration)
     return std::chrono::duration<double>(duration).count();
 }
 
+// The audio kept while the transcriber gets ready: as much as a dictation may last.
+double waitingAudioLimit()
+{
+    const qint64 limit = Preferences::maxSeconds();
+    return limit < 1 ? kLongestWaitingAudio : double(limit);
+}
+
 } // namespace
 
 Dictation::Dictation(QObject *parent)
@@ -92,6 +102,7 @@ Dictation::~Dictation()
     // it feeds is let go.
     ++m_session;
     stopCapture();
+    discardGate();
     if (m_transcriber)
         m_transcriber->cancel();
 }
@@ -107,6 +118,19 @@ void Dictation::setNotice(const std::optional<QString> &notice)
 void Dictation::keyDown(bool live, const QString &engine, const TranscriberFactory &makeTranscriber)
 {
     m_wantsListening = true;
+    if (m_phase == Phase::preparing && !m_tapInstalled) {
+        // Pressed again after a release, before the transcriber was ready: the dictation goes
+        // on, and so does capture.
+        m_releasedAt.reset();
+        m_releasedSteadyAt.reset();
+        const qint64 id = m_session;
+        try {
+            startCapture(id, false);
+        } catch (...) {
+            fail(id, describe(std::current_exception(), QStringLiteral("Audio capture failed.")));
+        }
+        return;
+    }
     if (m_phase != Phase::idle)
         return;
     // Linux desktops have no record permission outside sandboxes: capture counts as allowed.
@@ -120,6 +144,7 @@ void Dictation::keyDown(bool live, const QString &engine, const TranscriberFacto
     const qint64 id = ++m_session;
     m_engineName = engine;
     m_keyDownAt = m_clock->steadyNow();
+    m_keyDownSystemAt = std::chrono::steady_clock::now();
     std::shared_ptr<Transcriber> transcriber;
     QString factoryError = kNoEngine;
     try {
@@ -148,6 +173,25 @@ void Dictation::keyDown(bool live, const QString &engine, const TranscriberFacto
     resetLevels();
 
     installCallbacks(*transcriber, id, live);
+    if (!isRunning(id))
+        return; // an observer of the phase cancelled
+
+    // Capture starts now, while the transcriber gets ready: what is said from the key press on
+    // waits in the gate until it can be fed.
+    m_ready = false;
+    m_releasedAt.reset();
+    m_releasedSteadyAt.reset();
+    m_gate = std::make_shared<FeedGate>(transcriber, waitingAudioLimit());
+    m_captureSince = m_clock->now();
+    try {
+        startCapture(id, true);
+    } catch (...) {
+        m_wantsListening = false;
+        abort(transcriber,
+              describe(std::current_exception(), QStringLiteral("Audio capture failed.")));
+        return;
+    }
+
     QMetaObject::invokeMethod(
         this, [this, transcriber, id] { begin(transcriber, id); }, Qt::QueuedConnection);
 }
@@ -230,7 +274,7 @@ void Dictation::fail(qint64 id, const QString &notice)
 QCoro::Task<> Dictation::beginSteps(std::shared_ptr<Transcriber> transcriber, qint64 id)
 {
     // Cancelled before the engine was even asked to get ready.
-    if (id != m_session)
+    if (!isRunning(id))
         co_return;
 
     const QPointer<Dictation> self(this);
@@ -248,27 +292,23 @@ QCoro::Task<> Dictation::beginSteps(std::shared_ptr<Transcriber> transcriber, qi
             abort(transcriber, describe(failure, QStringLiteral("The speech engine failed.")));
         co_return;
     }
-    if (id != m_session)
+    if (id != m_session || m_phase != Phase::preparing || !m_gate)
         co_return; // a newer dictation owns the state
-    if (!m_wantsListening) {
-        // Released while the engine was getting ready.
-        abort(transcriber, std::nullopt);
-        co_return;
-    }
 
-    try {
-        startEngine(transcriber, id);
-    } catch (...) {
-        if (id == m_session)
-            abort(transcriber,
-                  describe(std::current_exception(), QStringLiteral("Audio capture failed.")));
+    m_ready = true;
+    m_readyTime = m_clock->steadyNow() - m_keyDownAt;
+    // From here on the capture thread feeds the transcriber, what waited first.
+    m_gate->open();
+    if (const double dropped = m_gate->droppedSeconds(); dropped > 0)
+        qCDebug(lcDictation, "%.2f s of audio captured while getting ready were dropped", dropped);
+    setStatusDetail(std::nullopt);
+    if (!m_wantsListening) {
+        // Released while the engine was getting ready: what was said until then is transcribed.
+        end(id);
         co_return;
     }
 
     setPhase(Phase::listening);
-    setStatusDetail(std::nullopt);
-    m_listeningSince = m_clock->now();
-    m_readyTime = m_clock->steadyNow() - m_keyDownAt;
     if (id != m_session)
         co_return; // an observer of the phase cancelled
     if (m_onListening)
@@ -280,24 +320,34 @@ QCoro::Task<> Dictation::beginSteps(std::shared_ptr<Transcriber> transcriber, qi
 void Dictation::keyUp()
 {
     m_wantsListening = false;
-    if (m_phase == Phase::listening)
+    if (m_phase == Phase::listening) {
         QMetaObject::invokeMethod(
             this, [this] { end(m_session); }, Qt::QueuedConnection);
+    } else if (m_phase == Phase::preparing && m_tapInstalled) {
+        // Capture ends with the key; the dictation ends once the transcriber is ready.
+        stopCapture();
+        m_releasedAt = m_clock->now();
+        m_releasedSteadyAt = m_clock->steadyNow();
+    }
 }
 
 QCoro::Task<> Dictation::endSteps(qint64 id)
 {
-    if (id != m_session || m_phase != Phase::listening || !m_transcriber)
+    // A dictation released while getting ready ends from preparing, once its engine is ready.
+    const bool started = m_phase == Phase::listening || (m_phase == Phase::preparing && m_ready);
+    if (id != m_session || !started || !m_transcriber)
         co_return;
 
     // The waits below keep their own references: a cancel meanwhile clears the members.
     const std::shared_ptr<Transcriber> transcriber = m_transcriber;
     const std::shared_ptr<Polisher> polisher = m_polisher;
     const std::shared_ptr<const Clock> clock = m_clock;
-    const double spoke = double(m_listeningSince.msecsTo(clock->now())) / 1000.0;
+    const QDateTime releasedAt = m_releasedAt.value_or(clock->now());
+    const double spoke = double(m_captureSince.msecsTo(releasedAt)) / 1000.0;
 
     if (spoke < kShortestSpeech) {
         stopCapture();
+        discardGate();
         transcriber->cancel();
         m_transcriber.reset();
         m_polisher.reset();
@@ -308,11 +358,16 @@ QCoro::Task<> Dictation::endSteps(qint64 id)
     }
 
     const bool silentAtRelease = m_micSilent;
-    const auto releasedAt = clock->steadyNow();
+    const auto finishingSince = clock->steadyNow();
+    const auto releasedSteadyAt = m_releasedSteadyAt.value_or(finishingSince);
     setPhase(Phase::finishing);
     stopCapture();
     if (id != m_session)
         co_return; // an observer of the phase cancelled
+    // Capture has stopped: anything still waiting in the gate goes in before the final text.
+    if (m_gate)
+        m_gate->drain();
+    m_gate.reset();
 
     const QPointer<Dictation> self(this);
     QString text;
@@ -325,7 +380,7 @@ QCoro::Task<> Dictation::endSteps(qint64 id)
     co_await ResumeOnMainThread{};
     if (!self || id != m_session)
         co_return; // cancelled while finishing: the text is not wanted any more
-    const auto transcribe = clock->steadyNow() - releasedAt;
+    const auto transcribe = clock->steadyNow() - finishingSince;
 
     std::optional<double> tidy;
     if (polisher && !text.isEmpty()) {
@@ -361,7 +416,7 @@ QCoro::Task<> Dictation::endSteps(qint64 id)
 
     setPhase(Phase::idle);
     finished(text);
-    timing.releaseToInsert = seconds(clock->steadyNow() - releasedAt);
+    timing.releaseToInsert = seconds(clock->steadyNow() - releasedSteadyAt);
     logTiming(timing);
 }
 
@@ -371,6 +426,7 @@ void Dictation::abort(const std::shared_ptr<Transcriber> &transcriber,
     if (transcriber)
         transcriber->cancel();
     stopCapture();
+    discardGate();
     m_transcriber.reset();
     m_polisher.reset();
     setPhase(Phase::idle);
@@ -383,6 +439,7 @@ void Dictation::drop()
     ++m_session;
     m_wantsListening = false;
     stopCapture();
+    discardGate();
     if (m_transcriber)
         m_transcriber->cancel();
     m_transcriber.reset();
@@ -415,7 +472,13 @@ void Dictation::engineConfigurationChanged()
 
 void Dictation::captureLost()
 {
-    if (m_phase != Phase::listening || m_isDemo)
+    if (m_isDemo)
+        return;
+    // Capture runs from the key press, so its loss ends a dictation that is still getting ready
+    // too (but not one whose capture ended with the key).
+    const bool capturing =
+        m_phase == Phase::listening || (m_phase == Phase::preparing && m_tapInstalled);
+    if (!capturing)
         return;
     disconnected();
 }
@@ -470,17 +533,26 @@ void Dictation::endDemo()
     setPhase(Phase::idle);
 }
 
-void Dictation::startEngine(const std::shared_ptr<Transcriber> &transcriber, qint64 id)
+void Dictation::startCapture(qint64 id, bool firstOfDictation)
 {
     const QString deviceId = Preferences::inputDevice();
     if (!m_engine->inputFormat(deviceId).isValid())
         throw CaptureError(kNoInputMessage);
 
     const QPointer<Dictation> self(this);
+    const std::shared_ptr<FeedGate> gate = m_gate;
+    const auto keyDownAt = m_keyDownSystemAt;
     m_tapInstalled = true;
-    // On the capture thread: feed, measure, and hand the level to the main thread.
-    m_engine->start(deviceId, [transcriber, self, id](const AudioBuffer &buffer) {
-        transcriber->feed(buffer);
+    // On the capture thread: feed (or keep until the transcriber is ready), measure, and hand
+    // the level to the main thread.
+    m_engine->start(deviceId, [gate, self, id, keyDownAt, waitingForFirst = firstOfDictation](
+                                  const AudioBuffer &buffer) mutable {
+        if (waitingForFirst) {
+            waitingForFirst = false;
+            qCDebug(lcDictation, "first audio %.3f s after the key press",
+                    seconds(std::chrono::steady_clock::now() - keyDownAt));
+        }
+        gate->push(buffer);
         const float level = inputLevel(buffer);
         postToMainThread([self, id, level] {
             if (self)
@@ -497,10 +569,18 @@ void Dictation::stopCapture()
     m_tapInstalled = false;
 }
 
+void Dictation::discardGate()
+{
+    if (m_gate)
+        m_gate->discard();
+    m_gate.reset();
+}
+
 void Dictation::push(float level, qint64 id)
 {
-    // Levels still in flight from a capture that has stopped are dropped.
-    if (id != m_session || m_phase != Phase::listening)
+    // Levels still in flight from a capture that has stopped are dropped. Capture runs while
+    // the transcriber gets ready, and the HUD shows its levels then too.
+    if (id != m_session || (m_phase != Phase::listening && m_phase != Phase::preparing))
         return;
     if (m_levels.push(level))
         emit levelsChanged();
@@ -508,9 +588,9 @@ void Dictation::push(float level, qint64 id)
     m_silentBuffers = level == 0.0f ? m_silentBuffers + 1 : 0;
 
     const ListeningCheck check =
-        checkListening(m_silentBuffers, m_listeningSince.msecsTo(m_clock->now()),
+        checkListening(m_silentBuffers, m_captureSince.msecsTo(m_clock->now()),
                        Preferences::maxSeconds(), m_isDemo);
-    if (check.overTime) {
+    if (check.overTime && m_phase == Phase::listening) {
         // end() ignores all but the first of these.
         QMetaObject::invokeMethod(
             this, [this, id] { end(id); }, Qt::QueuedConnection);

@@ -16,12 +16,14 @@
 
 namespace vocari {
 
+class FeedGate;
 class Polisher;
 class Transcriber;
 
 // The one dictation controller of the application. It runs one dictation at a time from the
-// key press to the final text: makes a transcriber for the chosen engine, waits until it is
-// ready, captures and feeds audio, asks for the final text when the key is released, tidies it
+// key press to the final text: makes a transcriber for the chosen engine and opens the
+// microphone at once, keeps what is captured until the transcriber is ready and then feeds it
+// everything in capture order, asks for the final text when the key is released, tidies it
 // when asked to, and hands the result over through callbacks. It publishes what the HUD and
 // the menu draw: the phase, the live transcript, the input levels, a one-line notice and a
 // status line. A short simulated dictation, the preview, shows the HUD without a microphone.
@@ -44,7 +46,7 @@ public:
     enum class Phase
     {
         idle,      // nothing happening
-        preparing, // key down, the transcriber is getting ready, nothing captured yet
+        preparing, // key down, the transcriber is getting ready, capture already runs
         listening, // capturing and feeding audio (the preview runs in this phase too)
         finishing, // capture stopped, waiting for the final text and the tidy-up
     };
@@ -54,7 +56,8 @@ public:
     using TextCallback = std::function<void(const QString &)>;
     using Callback = std::function<void()>;
 
-    // A press shorter than this, from capture start to release, is dropped silently.
+    // A press shorter than this, from capture start (the key press) to release, is dropped
+    // silently.
     static constexpr double kShortestSpeech = 0.25;
     // Consecutive buffers of digital silence after which the microphone counts as silent.
     static constexpr int kSilentBufferLimit = vocari::kSilentBufferLimit;
@@ -98,16 +101,21 @@ public:
     void setOnCommit(TextCallback callback) { m_onCommit = std::move(callback); }
     // Called when a dictation is cancelled.
     void setOnCancelled(Callback callback) { m_onCancelled = std::move(callback); }
-    // Called when capture has started and the user may speak.
+    // Called when the transcriber is ready and the dictation listens (capture runs from the
+    // key press already).
     void setOnListening(Callback callback) { m_onListening = std::move(callback); }
     // Called when the preview ends by itself.
     void setOnDemoEnded(Callback callback) { m_onDemoEnded = std::move(callback); }
 
     // Starts a dictation. `live` types committed phrases as they come; `engine` names the
-    // engine in the timing log; `makeTranscriber` is called once, with `live`. Outside the idle
-    // phase this only notes that the key is held.
+    // engine in the timing log; `makeTranscriber` is called once, with `live`. Capture starts
+    // at once, while the transcriber gets ready. Outside the idle phase this only notes that
+    // the key is held (and resumes capture that a release stopped before the transcriber was
+    // ready).
     void keyDown(bool live, const QString &engine, const TranscriberFactory &makeTranscriber);
-    // The key was released (hold mode) or pressed a second time (toggle mode).
+    // The key was released (hold mode) or pressed a second time (toggle mode). Before the
+    // transcriber is ready this stops capture; the dictation ends with what was captured once
+    // the transcriber is ready.
     void keyUp();
     // Drops the current dictation (Escape, or a press while busy), and the preview with it.
     void cancel();
@@ -118,8 +126,8 @@ public:
     // The set of capture devices changed: a dictation that is listening ends when no input
     // is left at all; otherwise capture goes on.
     void engineConfigurationChanged();
-    // Capture stopped for good while listening: the dictation ends as for an unplugged
-    // microphone.
+    // Capture stopped for good while preparing or listening: the dictation ends as for an
+    // unplugged microphone.
     void captureLost();
 
     // The level of one captured buffer (see inputLevel()).
@@ -156,8 +164,11 @@ private:
     // Whether the dictation with that number is the current one and still running.
     bool isRunning(qint64 id) const;
 
-    void startEngine(const std::shared_ptr<Transcriber> &transcriber, qint64 id);
+    // Starts capture into the current feed gate. Throws CaptureError.
+    void startCapture(qint64 id, bool firstOfDictation);
     void stopCapture();
+    // Drops the feed gate and whatever it still holds.
+    void discardGate();
     void push(float level, qint64 id);
 
     void setPhase(Phase phase);
@@ -192,10 +203,17 @@ private:
     QDateTime m_demoDeadline;
     int m_silentBuffers = 0;
     qint64 m_session = 0;
-    QDateTime m_listeningSince;
+    std::shared_ptr<FeedGate> m_gate;
+    bool m_ready = false; // the transcriber of the current dictation is ready
+    QDateTime m_captureSince;
+    // When the key was released while the transcriber was getting ready.
+    std::optional<QDateTime> m_releasedAt;
+    std::optional<std::chrono::steady_clock::time_point> m_releasedSteadyAt;
     bool m_isLive = false;
     QString m_engineName;
     std::chrono::steady_clock::time_point m_keyDownAt;
+    // The key press on the system's steady clock, which the capture thread can read too.
+    std::chrono::steady_clock::time_point m_keyDownSystemAt;
     std::chrono::steady_clock::duration m_readyTime{};
 };
 

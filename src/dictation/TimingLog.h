@@ -14,8 +14,8 @@ struct DictationTiming
 {
     QString engineName;
     bool live = false;
-    double spoke = 0;      // from capture start to release
-    double ready = 0;      // from key press to capture start
+    double spoke = 0;      // from capture start (the key press) to release
+    double ready = 0;      // from key press until the engine was ready
     double transcribe = 0; // from release to the final text
     std::optional<double> tidy;
     double releaseToInsert = 0; // from release until the text was handed over

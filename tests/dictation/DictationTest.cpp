@@ -5,6 +5,7 @@
 #include "support/EventLoop.h"
 #include "support/ScopedSettings.h"
 
+#include <atomic>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <thread>
@@ -29,6 +30,25 @@ AudioBuffer silence(uint32_t frames = 2048)
 {
     return AudioBuffer::fromMono(48000.0, std::vector<float>(frames, 0.0f));
 }
+
+// A buffer whose first sample tells it apart: `number` / 1000, then a quiet tone.
+AudioBuffer numbered(int number, uint32_t frames = 2048)
+{
+    AudioBuffer buffer = tone(0.05f, frames);
+    buffer.channel(0)[0] = float(number) / 1000.0f;
+    return buffer;
+}
+
+std::vector<float> firstSamples(int from, int to)
+{
+    std::vector<float> samples;
+    for (int number = from; number <= to; ++number)
+        samples.push_back(float(number) / 1000.0f);
+    return samples;
+}
+
+// One 2048-frame buffer at 48 kHz.
+constexpr double kBufferSeconds = 2048.0 / 48000.0;
 
 // Collects the lines written to the timing log while it exists.
 class TimingLines
@@ -149,6 +169,9 @@ TEST_F(DictationTest, DictationRunsFromKeyPressToFinalText)
     press();
     EXPECT_EQ(m_dictation->phase(), Phase::preparing);
     EXPECT_EQ(m_dictation->session(), before + 1);
+    // The microphone opens with the key, while the engine gets ready.
+    EXPECT_TRUE(m_engine->capturing());
+    EXPECT_EQ(m_engine->startedDevice, QStringLiteral("usb-mic"));
     settle();
     auto transcriber = m_made.back();
     EXPECT_EQ(transcriber->prepareCalls, 1);
@@ -162,7 +185,7 @@ TEST_F(DictationTest, DictationRunsFromKeyPressToFinalText)
     EXPECT_EQ(m_listening, 1);
     EXPECT_EQ(m_dictation->statusDetail(), std::nullopt);
     EXPECT_TRUE(m_engine->capturing());
-    EXPECT_EQ(m_engine->startedDevice, QStringLiteral("usb-mic"));
+    EXPECT_EQ(m_engine->starts, 1);
 
     m_engine->deliver(tone(0.0316f));
     m_engine->deliver(tone(0.0316f));
@@ -192,28 +215,193 @@ TEST_F(DictationTest, DictationRunsFromKeyPressToFinalText)
     EXPECT_EQ(m_phases,
               (std::vector{Phase::preparing, Phase::listening, Phase::finishing, Phase::idle}));
     EXPECT_EQ(timing.lines(),
-              QStringList{QStringLiteral("Test Engine (on release) · spoke 2.0 s · ready 0.50 s · "
+              QStringList{QStringLiteral("Test Engine (on release) · spoke 2.5 s · ready 0.50 s · "
                                          "transcribe 0.75 s · release→insert 0.85 s · 3 words")});
 }
 
-TEST_F(DictationTest, ReleaseWhilePreparingDropsTheDictationOnceReady)
+TEST_F(DictationTest, SpeechWhilePreparingIsFedFirstOnceTheEngineIsReady)
 {
-    TimingLines timing;
     next()->holdPrepare = true;
     press();
     settle();
+    auto transcriber = m_made.back();
+    transcriber->reportStatus(QStringLiteral("Loading speech model…"));
+    for (int number = 1; number <= 5; ++number)
+        m_engine->deliver(numbered(number));
+    settle();
+    // Held back, but the HUD still says what the engine does and shows the levels.
+    EXPECT_EQ(transcriber->fedBuffers, 0);
+    EXPECT_EQ(m_dictation->phase(), Phase::preparing);
+    EXPECT_EQ(m_dictation->statusDetail(), QStringLiteral("Loading speech model…"));
+    EXPECT_GT(m_dictation->levels().last(), 0.0f);
+    EXPECT_EQ(m_listening, 0);
+
+    transcriber->prepared.open();
+    EXPECT_EQ(m_dictation->phase(), Phase::listening);
+    EXPECT_EQ(m_listening, 1);
+    for (int number = 6; number <= 8; ++number)
+        m_engine->deliver(numbered(number));
+    EXPECT_EQ(transcriber->fedFirstSamples(), firstSamples(1, 8));
+
+    // Released right after the engine was ready: what the gate still held is fed too.
+    next()->holdPrepare = true;
+    next()->finalText = QStringLiteral("all of it");
+    m_clock->advance(1s);
     release();
+    press();
+    settle();
+    auto second = m_made.back();
+    m_engine->deliver(numbered(1));
+    m_engine->deliver(numbered(2));
+    m_clock->advance(1s);
+    second->prepared.open();
+    release();
+    EXPECT_EQ(second->fedFirstSamples(), firstSamples(1, 2));
+    EXPECT_EQ(second->finishCalls, 1);
+    EXPECT_EQ(m_finished.last(), QStringLiteral("all of it"));
+}
+
+TEST_F(DictationTest, CaptureThreadFeedsInOrderWhileTheEngineBecomesReady)
+{
+    next()->holdPrepare = true;
+    press();
+    settle();
+    auto transcriber = m_made.back();
+    constexpr int kBuffers = 400;
+    std::atomic<int> delivered{0};
+    std::thread capture([&] {
+        for (int number = 1; number <= kBuffers; ++number) {
+            m_engine->deliver(numbered(number, 256));
+            delivered = number;
+            std::this_thread::sleep_for(20us);
+        }
+    });
+    while (delivered < kBuffers / 4)
+        std::this_thread::yield();
+    transcriber->prepared.open();
+    capture.join();
+    m_clock->advance(1s);
+    release();
+    EXPECT_EQ(transcriber->fedFirstSamples(), firstSamples(1, kBuffers));
+    EXPECT_EQ(transcriber->overlappingFeeds, 0);
+    EXPECT_EQ(transcriber->finishCalls, 1);
+}
+
+TEST_F(DictationTest, ReleaseWhilePreparingTranscribesWhatWasCaptured)
+{
+    TimingLines timing;
+    next()->holdPrepare = true;
+    next()->finalText = QStringLiteral("said while loading");
+    press();
+    settle();
+    const int buffers = int(std::ceil(2.0 / kBufferSeconds));
+    for (int number = 1; number <= buffers; ++number)
+        m_engine->deliver(numbered(number));
+    m_clock->advance(2s);
+    release();
+    // Capture ends with the key; the text comes once the engine is ready.
+    EXPECT_FALSE(m_engine->capturing());
     EXPECT_EQ(m_dictation->phase(), Phase::preparing);
     EXPECT_TRUE(m_finished.isEmpty());
 
+    m_clock->advance(3s);
     m_made.back()->prepared.open();
+    settle();
+    EXPECT_EQ(m_made.back()->fedFirstSamples(), firstSamples(1, buffers));
+    EXPECT_EQ(m_made.back()->finishCalls, 1);
+    EXPECT_EQ(m_made.back()->cancelCalls, 0);
+    EXPECT_EQ(m_finished, QStringList{QStringLiteral("said while loading")});
+    EXPECT_EQ(m_dictation->notice(), std::nullopt);
     EXPECT_EQ(m_dictation->phase(), Phase::idle);
+    EXPECT_EQ(m_listening, 0); // no start sound once the key is up
+    EXPECT_EQ(m_phases, (std::vector{Phase::preparing, Phase::finishing, Phase::idle}));
+    EXPECT_EQ(m_engine->starts, 1);
+    ASSERT_EQ(timing.lines().size(), 1);
+    EXPECT_TRUE(timing.lines().first().contains(QStringLiteral("spoke 2.0 s · ready 5.00 s")))
+        << timing.lines().first().toStdString();
+
+    // Under a quarter second from the key press: nothing, however long the engine took.
+    m_finished.clear();
+    next()->holdPrepare = true;
+    press();
+    settle();
+    m_engine->deliver(numbered(1));
+    m_clock->advance(200ms);
+    release();
+    m_clock->advance(2s);
+    m_made.back()->prepared.open();
+    settle();
     EXPECT_EQ(m_finished, QStringList{QString()});
     EXPECT_EQ(m_dictation->notice(), std::nullopt);
-    EXPECT_EQ(m_engine->starts, 0);
-    EXPECT_EQ(m_listening, 0);
+    EXPECT_EQ(m_dictation->phase(), Phase::idle);
+    EXPECT_EQ(m_made.back()->finishCalls, 0);
+    EXPECT_EQ(m_made.back()->fedBuffers, 0);
     EXPECT_EQ(m_made.back()->cancelCalls, 1);
-    EXPECT_TRUE(timing.lines().isEmpty());
+    EXPECT_EQ(timing.lines().size(), 1);
+}
+
+TEST_F(DictationTest, CancelWhilePreparingDropsEverythingCaptured)
+{
+    next()->holdPrepare = true;
+    press();
+    settle();
+    auto transcriber = m_made.back();
+    m_engine->deliver(numbered(1));
+    m_engine->deliver(numbered(2));
+    m_dictation->cancel();
+    EXPECT_FALSE(m_engine->capturing());
+    EXPECT_EQ(m_dictation->phase(), Phase::idle);
+    EXPECT_EQ(m_dictation->notice(), QStringLiteral("Cancelled"));
+    EXPECT_EQ(m_cancelled, 1);
+    EXPECT_EQ(transcriber->cancelCalls, 1);
+
+    transcriber->prepared.open();
+    m_engine->deliverLate(numbered(3)); // on its way when capture stopped
+    settle();
+    EXPECT_EQ(transcriber->fedBuffers, 0);
+    EXPECT_EQ(transcriber->finishCalls, 0);
+    EXPECT_TRUE(m_finished.isEmpty());
+    EXPECT_EQ(m_listening, 0);
+    EXPECT_EQ(m_dictation->levels(), QList<float>(LevelHistory::kLength, 0.0f));
+}
+
+TEST_F(DictationTest, AudioKeptWhilePreparingIsBounded)
+{
+    // Returns the seconds fed of `seconds` captured before the engine was ready.
+    const auto capturedWhilePreparing = [this](double seconds) {
+        next()->holdPrepare = true;
+        press();
+        settle();
+        const int buffers = int(std::ceil(seconds / kBufferSeconds));
+        for (int number = 1; number <= buffers; ++number)
+            m_engine->deliver(numbered(number));
+        m_clock->advance(std::chrono::milliseconds(qint64(seconds * 1000)));
+        release();
+        m_made.back()->prepared.open();
+        settle();
+        EXPECT_EQ(m_made.back()->finishCalls, 1);
+        EXPECT_EQ(m_dictation->phase(), Phase::idle);
+        return m_made.back()->fedSeconds();
+    };
+
+    m_settings.store().setValue(SettingsKey::maxSeconds, 1);
+    const double limited = capturedWhilePreparing(10.0);
+    EXPECT_GE(limited, 1.0);
+    EXPECT_LE(limited, 1.0 + kBufferSeconds);
+    // The first second is what was kept.
+    const std::vector<float> fed = m_made.back()->fedFirstSamples();
+    EXPECT_EQ(fed, firstSamples(1, int(fed.size())));
+
+    // Without a time limit a minute is kept.
+    m_settings.store().setValue(SettingsKey::maxSeconds, 0);
+    const double unlimited = capturedWhilePreparing(65.0);
+    EXPECT_GE(unlimited, 60.0);
+    EXPECT_LE(unlimited, 60.0 + kBufferSeconds);
+
+    // A dictation shorter than the bound keeps all of it.
+    m_settings.store().setValue(SettingsKey::maxSeconds, 30);
+    EXPECT_NEAR(capturedWhilePreparing(3.0), std::ceil(3.0 / kBufferSeconds) * kBufferSeconds,
+                1e-9);
 }
 
 TEST_F(DictationTest, KeyDownWhileBusyOnlyNotesThatTheKeyIsHeld)
@@ -222,15 +410,21 @@ TEST_F(DictationTest, KeyDownWhileBusyOnlyNotesThatTheKeyIsHeld)
     press();
     settle();
     const qint64 session = m_dictation->session();
+    m_engine->deliver(numbered(1));
     release();
-    press(); // pressed again before the engine was ready
+    EXPECT_FALSE(m_engine->capturing());
+    press(); // pressed again before the engine was ready: capture goes on
     EXPECT_EQ(m_made.size(), 1u);
     EXPECT_EQ(m_dictation->session(), session);
+    EXPECT_TRUE(m_engine->capturing());
+    m_engine->deliver(numbered(2));
 
     m_made.back()->prepared.open();
     EXPECT_EQ(m_dictation->phase(), Phase::listening);
     EXPECT_EQ(m_listening, 1);
     EXPECT_TRUE(m_finished.isEmpty());
+    m_engine->deliver(numbered(3));
+    EXPECT_EQ(m_made.back()->fedFirstSamples(), firstSamples(1, 3));
 }
 
 TEST_F(DictationTest, EscapeWhileFinishingIgnoresTheLateText)
@@ -340,24 +534,30 @@ TEST_F(DictationTest, PrepareOrCaptureFailureAbortsWithTheErrorText)
     EXPECT_EQ(m_dictation->phase(), Phase::idle);
     EXPECT_EQ(m_dictation->notice(), QStringLiteral("The model folder is incomplete."));
     EXPECT_EQ(m_finished, QStringList{QString()});
-    EXPECT_EQ(m_engine->starts, 0);
+    EXPECT_EQ(m_engine->starts, 1); // capture opened with the key
+    EXPECT_FALSE(m_engine->capturing());
     EXPECT_EQ(m_made.back()->cancelCalls, 1);
 
+    // Capture that cannot start ends the dictation at the key press.
     m_engine->startError = QStringLiteral("The microphone could not be opened.");
     press();
-    settle();
     EXPECT_EQ(m_made.size(), 2u); // a new transcriber for the new attempt
+    EXPECT_EQ(m_dictation->phase(), Phase::idle);
     EXPECT_EQ(m_dictation->notice(), QStringLiteral("The microphone could not be opened."));
     EXPECT_EQ(m_finished.size(), 2);
-    EXPECT_EQ(m_engine->stops, 1); // the failed start is cleaned up
+    EXPECT_EQ(m_engine->stops, 2); // the failed start is cleaned up
     EXPECT_EQ(m_made.back()->cancelCalls, 1);
+    settle();
+    EXPECT_EQ(m_made.back()->prepareCalls, 0);
+    EXPECT_EQ(m_finished.size(), 2);
 
     m_engine->startError.reset();
     m_engine->format = {44100.0, 0};
     press();
     settle();
     EXPECT_EQ(m_dictation->notice(), QStringLiteral("No input: no microphone found."));
-    EXPECT_EQ(m_engine->starts, 1); // nothing is started without a usable format
+    EXPECT_EQ(m_engine->starts, 2); // nothing is started without a usable format
+    EXPECT_EQ(m_made.back()->prepareCalls, 0);
     EXPECT_EQ(m_listening, 0);
 
     // A failure that arrives after a cancel stays silent.
@@ -454,6 +654,22 @@ TEST_F(DictationTest, MicrophoneLossEndsTheDictationOnlyWhenNoInputIsLeft)
     settle();
     EXPECT_EQ(m_dictation->phase(), Phase::preparing);
     m_dictation->cancel();
+
+    // Capture runs from the key press, so losing it ends a dictation still getting ready.
+    m_engine->defaultInput = true;
+    next()->holdPrepare = true;
+    press();
+    settle();
+    m_engine->loseCapture();
+    settle();
+    EXPECT_EQ(m_dictation->phase(), Phase::idle);
+    EXPECT_EQ(m_dictation->notice(), QStringLiteral("Microphone disconnected."));
+    EXPECT_EQ(m_made.back()->cancelCalls, 1);
+    m_made.back()->prepared.open();
+    settle();
+    EXPECT_EQ(m_listening, 2);
+    EXPECT_EQ(m_finished.size(), 3);
+
     m_dictation->demo();
     m_engine->unplug(false);
     m_engine->loseCapture();

@@ -10,6 +10,7 @@
 #include <QCoreApplication>
 #include <atomic>
 #include <coroutine>
+#include <mutex>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -65,6 +66,20 @@ public:
     int finishCalls = 0;
     int cancelCalls = 0;
     std::atomic<int> fedBuffers{0};
+    // Calls of feed() that overlapped another one.
+    std::atomic<int> overlappingFeeds{0};
+
+    // The first sample of each buffer fed, in order, and the audio fed in all.
+    std::vector<float> fedFirstSamples() const
+    {
+        const std::lock_guard guard(m_fedLock);
+        return m_fedFirstSamples;
+    }
+    double fedSeconds() const
+    {
+        const std::lock_guard guard(m_fedLock);
+        return m_fedSeconds;
+    }
 
     // Thrown by failure(), which the session asks after finish() returns.
     std::optional<QString> failureThrows;
@@ -85,7 +100,18 @@ public:
             throw TranscriberError(*prepareError);
     }
 
-    void feed(const AudioBuffer &) override { ++fedBuffers; }
+    void feed(const AudioBuffer &buffer) override
+    {
+        if (m_feeding.exchange(true))
+            ++overlappingFeeds;
+        {
+            const std::lock_guard guard(m_fedLock);
+            m_fedFirstSamples.push_back(buffer.frameLength() ? buffer.channel(0)[0] : 0.0f);
+            m_fedSeconds += buffer.durationSeconds();
+        }
+        ++fedBuffers;
+        m_feeding = false;
+    }
 
     QCoro::Task<QString> finish() override
     {
@@ -108,6 +134,12 @@ public:
         prepared.open();
         finished.open();
     }
+
+private:
+    mutable std::mutex m_fedLock;
+    std::vector<float> m_fedFirstSamples;
+    double m_fedSeconds = 0;
+    std::atomic<bool> m_feeding{false};
 };
 
 // A capture source the test drives: buffers are delivered when the test says so, on the

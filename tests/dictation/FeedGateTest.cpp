@@ -2,9 +2,7 @@
 
 #include "Fakes.h"
 
-#include <atomic>
 #include <gtest/gtest.h>
-#include <thread>
 
 namespace vocari::test {
 namespace {
@@ -25,26 +23,8 @@ std::vector<float> firstSamples(int from, int to)
     return samples;
 }
 
-TEST(FeedGateTest, HoldsBuffersUntilOpenThenFeedsThemFirst)
-{
-    const auto transcriber = std::make_shared<ScriptedTranscriber>();
-    FeedGate gate(transcriber, 10.0);
-    gate.push(numbered(1));
-    gate.push(numbered(2));
-    EXPECT_EQ(transcriber->fedBuffers, 0);
-    EXPECT_NEAR(gate.queuedSeconds(), 0.2, 1e-9);
-    EXPECT_FALSE(gate.isOpen());
-
-    gate.open();
-    EXPECT_TRUE(gate.isOpen());
-    EXPECT_EQ(transcriber->fedBuffers, 0); // the capture thread feeds, not the opener
-    gate.push(numbered(3));
-    gate.push(numbered(4));
-    EXPECT_EQ(transcriber->fedFirstSamples(), firstSamples(1, 4));
-    EXPECT_EQ(gate.queuedSeconds(), 0.0);
-    EXPECT_EQ(gate.droppedSeconds(), 0.0);
-}
-
+// Ordering, the bound and a feeding capture thread are checked through the dictation itself;
+// these are the gate's own end cases.
 TEST(FeedGateTest, DrainFeedsWhatIsLeftOnlyOnceOpen)
 {
     const auto transcriber = std::make_shared<ScriptedTranscriber>();
@@ -61,22 +41,6 @@ TEST(FeedGateTest, DrainFeedsWhatIsLeftOnlyOnceOpen)
     EXPECT_EQ(transcriber->fedBuffers, 2);
 }
 
-TEST(FeedGateTest, KeepsTheFirstSecondsAndCountsWhatItDrops)
-{
-    const auto transcriber = std::make_shared<ScriptedTranscriber>();
-    FeedGate gate(transcriber, 0.25);
-    for (int number = 1; number <= 10; ++number)
-        gate.push(numbered(number));
-    // 0.2 s is under the bound, so the third buffer goes in and the queue then holds 0.3 s.
-    EXPECT_NEAR(gate.queuedSeconds(), 0.3, 1e-9);
-    EXPECT_NEAR(gate.droppedSeconds(), 0.7, 1e-9);
-
-    gate.open();
-    gate.push(numbered(11));
-    EXPECT_EQ(transcriber->fedFirstSamples(), (std::vector<float>{0.001f, 0.002f, 0.003f, 0.011f}));
-    EXPECT_NEAR(gate.droppedSeconds(), 0.7, 1e-9);
-}
-
 TEST(FeedGateTest, DiscardDropsTheQueueAndEverythingAfter)
 {
     const auto transcriber = std::make_shared<ScriptedTranscriber>();
@@ -88,29 +52,6 @@ TEST(FeedGateTest, DiscardDropsTheQueueAndEverythingAfter)
     gate.drain();
     EXPECT_EQ(transcriber->fedBuffers, 0);
     EXPECT_EQ(gate.queuedSeconds(), 0.0);
-}
-
-TEST(FeedGateTest, OpeningWhileCaptureRunsKeepsCaptureOrderAndOneFeederAtATime)
-{
-    for (int round = 0; round < 20; ++round) {
-        const auto transcriber = std::make_shared<ScriptedTranscriber>();
-        FeedGate gate(transcriber, 1000.0);
-        constexpr int kBuffers = 300;
-        std::atomic<int> pushed{0};
-        std::thread capture([&] {
-            for (int number = 1; number <= kBuffers; ++number) {
-                gate.push(numbered(number));
-                pushed = number;
-            }
-        });
-        while (pushed < round * kBuffers / 20)
-            std::this_thread::yield();
-        gate.open();
-        capture.join();
-        gate.drain();
-        ASSERT_EQ(transcriber->fedFirstSamples(), firstSamples(1, kBuffers)) << "round " << round;
-        EXPECT_EQ(transcriber->overlappingFeeds, 0);
-    }
 }
 
 } // namespace

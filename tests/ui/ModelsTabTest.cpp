@@ -9,7 +9,6 @@
 #include "ui/EngineRow.h"
 #include "ui/FileBrowser.h"
 
-#include <QAccessible>
 #include <QApplication>
 #include <QContextMenuEvent>
 #include <QLabel>
@@ -27,11 +26,11 @@ using test::accessibleName;
 using test::checkKeyboardAccess;
 using test::kUltra;
 using test::kUltraRepo;
+using test::waitUntil;
 using testing::ElementsAre;
 
 namespace {
 
-// Records what would have been shown in the file browser.
 struct RecordingFiles final : FileBrowser
 {
     QStringList opened, revealed;
@@ -47,6 +46,8 @@ QStringList actionTexts(const QMenu *menu)
     return texts;
 }
 
+const QString kSystem = Engine::systemId;
+
 class ModelsTabTest : public test::AppFixture
 {
 protected:
@@ -60,9 +61,8 @@ protected:
         tab->resize(560, 520);
         tab->show();
         tab->activateWindow();
-        ASSERT_TRUE(test::waitUntil([&] { return tab->isActiveWindow(); }));
+        ASSERT_TRUE(waitUntil([&] { return tab->isActiveWindow(); }));
     }
-
     void TearDown() override
     {
         tab.reset();
@@ -71,23 +71,38 @@ protected:
 
     ModelStore &store() { return m_model->models(); }
     EngineRow *row(const QString &id) { return tab->row(id); }
-    template <typename T> T *control(const QString &id, const char *name)
+    template <typename T = QToolButton> T *control(const QString &id, const char *name)
     {
         EngineRow *engineRow = row(id);
         return engineRow ? engineRow->findChild<T *>(QString::fromLatin1(name)) : nullptr;
     }
-    QPushButton *downloadButton(const QString &id) { return control<QPushButton>(id, "download"); }
-    QToolButton *selectButton(const QString &id) { return control<QToolButton>(id, "select"); }
-    QToolButton *cancelButton(const QString &id) { return control<QToolButton>(id, "cancel"); }
-    QToolButton *sizeButton(const QString &id) { return control<QToolButton>(id, "sizeMenu"); }
-    QLabel *label(const QString &id, const char *name) { return control<QLabel>(id, name); }
-    QLabel *errorLabel() { return tab->findChild<QLabel *>(QStringLiteral("lastError")); }
+    QPushButton *download(const QString &id) { return control<QPushButton>(id, "download"); }
+    QToolButton *select(const QString &id) { return control(id, "select"); }
+    QToolButton *size(const QString &id) { return control(id, "sizeMenu"); }
+    // Whether the row's engine can be and is selected, and which of its other controls show.
+    QStringList shown(const QString &id)
+    {
+        QStringList names;
+        if (select(id)->isEnabled())
+            names << QStringLiteral("selectable");
+        if (select(id)->isChecked())
+            names << QStringLiteral("selected");
+        for (const char *name : {"builtIn", "download", "progress", "cancel", "sizeMenu", "remove"})
+            if (QWidget *widget = control<QWidget>(id, name); widget && widget->isVisible())
+                names << QString::fromLatin1(name);
+        return names;
+    }
+    QLabel *error() { return tab->findChild<QLabel *>(QStringLiteral("lastError")); }
     QString customId()
     {
         for (const Engine &engine : store().engines())
             if (engine.custom)
                 return engine.id;
         return {};
+    }
+    template <typename T = QToolButton> T *tabChild(QObject *in, const char *name)
+    {
+        return in->findChild<T *>(QString::fromLatin1(name));
     }
 
     void click(QAbstractButton *button)
@@ -96,12 +111,10 @@ protected:
         ASSERT_TRUE(button->isVisible()) << button->objectName().toStdString();
         QTest::mouseClick(button, Qt::LeftButton);
     }
-
-    // Chooses an item of an open menu with the mouse, as the user would.
     void choose(QMenu *menu, const QString &text)
     {
         ASSERT_TRUE(menu);
-        ASSERT_TRUE(test::waitUntil([&] { return menu->isVisible(); }));
+        ASSERT_TRUE(waitUntil([&] { return menu->isVisible(); }));
         QAction *wanted = nullptr;
         for (QAction *action : menu->actions())
             if (action->text() == text)
@@ -109,39 +122,37 @@ protected:
         ASSERT_TRUE(wanted) << text.toStdString() << " not in "
                             << actionTexts(menu).join(", ").toStdString();
         QTest::mouseClick(menu, Qt::LeftButton, {}, menu->actionGeometry(wanted).center());
-        // A removed engine's row goes once the click has been handled.
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }
-
-    // The context menu of a row, opened as the keyboard's menu key opens it: from the focused
-    // control inside the row, or from the row itself.
-    QMenu *openContextMenu(const QString &id, QWidget *from = nullptr)
+    // As the menu key opens it.
+    QMenu *contextMenu(const QString &id, QWidget *from = nullptr)
     {
         QWidget *target = from ? from : row(id);
         QContextMenuEvent event(QContextMenuEvent::Keyboard, QPoint(2, 2),
                                 target->mapToGlobal(QPoint(2, 2)));
         QApplication::sendEvent(target, &event);
-        return row(id)->findChild<QMenu *>(QStringLiteral("contextMenu"));
+        return tabChild<QMenu>(row(id), "contextMenu");
     }
-
-    QMenu *openSizeMenu(const QString &id)
+    QStringList contextMenuTexts(const QString &id)
     {
-        click(sizeButton(id));
-        return sizeButton(id)->findChild<QMenu *>(QStringLiteral("sizeMenuItems"));
+        QMenu *menu = contextMenu(id);
+        return menu ? (menu->close(), actionTexts(menu)) : QStringList();
     }
-
+    QMenu *sizeMenu(const QString &id)
+    {
+        click(size(id));
+        return tabChild<QMenu>(size(id), "sizeMenuItems");
+    }
     AddModelDialog *openAddModel()
     {
-        click(tab->findChild<QToolButton *>(QStringLiteral("addModel")));
+        click(tabChild(tab.get(), "addModel"));
         AddModelDialog *dialog = tab->addModelDialog();
         EXPECT_TRUE(dialog && dialog->isVisible());
         return dialog;
     }
-
-    // Runs the event loop until the dialog has closed and been deleted.
     bool closed(const QPointer<AddModelDialog> &dialog)
     {
-        return test::waitUntil([&] { return !dialog; });
+        return waitUntil([&] { return !dialog; });
     }
 
     bool useFakeDownloads = true;
@@ -153,187 +164,145 @@ protected:
 
 } // namespace
 
-TEST_F(ModelsTabTest, ListsTheBuiltInEnginesWithWhatTheirStateAllows)
+TEST_F(ModelsTabTest, RowsShowWhatTheirStateAllowsAndShowInFilesMakesTheFolder)
 {
-    QStringList names;
-    for (const Engine &engine : store().engines())
-        names << row(engine.id)->findChild<QLabel *>(QStringLiteral("name"))->text();
-    EXPECT_THAT(names,
-                ElementsAre("Built-in Speech", "NVIDIA Parakeet Redux", "NVIDIA Parakeet Ultra"));
-    EXPECT_FALSE(tab->findChild<QLabel *>(QStringLiteral("badge")));
+    EXPECT_THAT(shown(kSystem), ElementsAre("selectable", "selected", "builtIn"));
+    EXPECT_EQ(contextMenu(kSystem), nullptr);
+    EXPECT_THAT(shown(kUltra), ElementsAre("download"));
+    EXPECT_THAT(contextMenuTexts(kUltra), ElementsAre("Delete download"));
+    EXPECT_FALSE(error()->isVisible());
 
-    // The built-in engine: always installed and selectable, "Built in", no menu.
-    const QString system = Engine::systemId;
-    EXPECT_TRUE(selectButton(system)->isEnabled());
-    EXPECT_TRUE(selectButton(system)->isChecked());
-    EXPECT_EQ(accessibleName(selectButton(system)), "Use Built-in Speech");
-    EXPECT_TRUE(label(system, "builtIn")->isVisible());
-    EXPECT_EQ(label(system, "builtIn")->text(), "Built in");
-    EXPECT_FALSE(downloadButton(system)->isVisible());
-    EXPECT_EQ(openContextMenu(system), nullptr);
-
-    // A Parakeet engine that is not installed: "Download" over its size, not selectable, no
-    // bin, and only "Delete download" in its context menu.
-    EXPECT_FALSE(selectButton(kUltra)->isEnabled());
-    EXPECT_FALSE(selectButton(kUltra)->isChecked());
-    EXPECT_TRUE(downloadButton(kUltra)->isVisible());
-    EXPECT_EQ(label(kUltra, "sizeCaption")->text(), QString::fromUtf8("≈ 670 MB"));
-    EXPECT_FALSE(control<QToolButton>(kUltra, "remove"));
-    EXPECT_FALSE(cancelButton(kUltra)->isVisible());
-    EXPECT_FALSE(sizeButton(kUltra)->isVisible());
-    QMenu *menu = openContextMenu(kUltra);
-    ASSERT_TRUE(menu);
-    EXPECT_THAT(actionTexts(menu), ElementsAre("Delete download"));
-    menu->close();
-
-    EXPECT_FALSE(errorLabel()->isVisible());
-    EXPECT_EQ(tab->findChild<QLabel *>(QStringLiteral("footer"))->text(),
-              "Models run entirely on this computer. Downloads come straight from Hugging Face "
-              "when you ask for them, and can be removed at any time. Parakeet transcribes each "
-              "phrase after a short pause, and finishes within a second or two of you stopping.");
+    ASSERT_FALSE(QFileInfo::exists(home.modelsRoot()));
+    click(tabChild(tab.get(), "showModelsFolder"));
+    EXPECT_TRUE(QFileInfo(home.modelsRoot()).isDir());
+    EXPECT_THAT(files->opened, ElementsAre(home.modelsRoot()));
 }
 
-TEST_F(ModelsTabTest, ShowsDownloadProgressInWholePercentAndCancels)
+TEST_F(ModelsTabTest, TheKeyboardDownloadsShowsProgressCancelsSelectsAndDeletes)
 {
-    click(downloadButton(kUltra));
-    ASSERT_EQ(fakes.made.size(), 1);
-    EXPECT_TRUE(fakes.made[0]->started);
-    EXPECT_EQ(fakes.made[0]->repository, kUltraRepo);
-    EXPECT_FALSE(downloadButton(kUltra)->isVisible());
-    auto *progress = control<QProgressBar>(kUltra, "progress");
-    EXPECT_TRUE(progress->isVisible());
-    EXPECT_EQ(label(kUltra, "percent")->text(), "0%");
-    EXPECT_FALSE(selectButton(kUltra)->isEnabled());
+    QWidget *first = tabChild(tab.get(), "showModelsFolder");
+    first->setFocus(Qt::TabFocusReason);
+    ASSERT_TRUE(waitUntil([&] { return QApplication::focusWidget() == first; }));
+    QStringList names;
+    for (QWidget *focused = first; names.size() < 40;) {
+        names << accessibleName(focused);
+        QTest::keyClick(focused, Qt::Key_Tab);
+        if ((focused = QApplication::focusWidget()) == first)
+            break;
+    }
+    EXPECT_THAT(names,
+                ElementsAre("Show in Files", QString::fromUtf8("Add model…"), "Use Built-in Speech",
+                            "Download NVIDIA Parakeet Redux", "Download NVIDIA Parakeet Ultra"));
 
+    // Space starts the download; the focus goes to cancel and comes back when cancelled.
+    QPushButton *start = download(kUltra);
+    start->setFocus(Qt::TabFocusReason);
+    QTest::keyClick(start, Qt::Key_Space);
+    ASSERT_EQ(fakes.made.size(), 1);
+    EXPECT_EQ(fakes.made[0]->repository, kUltraRepo);
+    auto *progress = control<QProgressBar>(kUltra, "progress");
+    auto *percent = control<QLabel>(kUltra, "percent");
+    EXPECT_THAT(shown(kUltra), ElementsAre("progress", "cancel"));
+    EXPECT_EQ(percent->text(), "0%");
     fakes.made[0]->report(0.5);
-    EXPECT_EQ(label(kUltra, "percent")->text(), "50%");
+    EXPECT_EQ(percent->text(), "50%");
     EXPECT_EQ(progress->value() * 2, progress->maximum());
     fakes.made[0]->report(0.999);
-    EXPECT_EQ(label(kUltra, "percent")->text(), "99%");
-    EXPECT_EQ(EngineRow::percentText(0.29), "28%"); // rounded down, as floating point has it
+    EXPECT_EQ(percent->text(), "99%");
+    EXPECT_EQ(EngineRow::percentText(0.29), "28%");
     EXPECT_EQ(EngineRow::percentText(1.0), "100%");
-
-    // The cancel button is an icon alone: its tooltip and name say what it does.
-    QToolButton *cancel = cancelButton(kUltra);
-    EXPECT_EQ(cancel->toolTip(), "Cancel download");
+    QToolButton *cancel = control(kUltra, "cancel");
     EXPECT_EQ(accessibleName(cancel), "Cancel download of NVIDIA Parakeet Ultra");
-    click(cancel);
+    EXPECT_EQ(QApplication::focusWidget(), cancel);
+    QTest::keyClick(cancel, Qt::Key_Space);
     EXPECT_EQ(store().state(kUltra), ModelState::notInstalled());
-    EXPECT_TRUE(downloadButton(kUltra)->isVisible());
-    EXPECT_FALSE(progress->isVisible());
-    EXPECT_FALSE(errorLabel()->isVisible());
-}
+    EXPECT_THAT(shown(kUltra), ElementsAre("download"));
+    EXPECT_FALSE(error()->isVisible());
+    EXPECT_EQ(QApplication::focusWidget(), start);
 
-TEST_F(ModelsTabTest, AFinishedDownloadIsSelectedAndOffersItsFolderAndDeletion)
-{
-    click(downloadButton(kUltra));
-    ASSERT_EQ(fakes.made.size(), 1);
-    fakes.made[0]->succeed();
+    // Installed: selected, the size button has the focus and its menu.
+    QTest::keyClick(start, Qt::Key_Space);
+    ASSERT_EQ(fakes.made.size(), 2);
+    fakes.made[1]->succeed();
     const QString folder = home.modelFolder(kUltra);
-
-    EXPECT_TRUE(selectButton(kUltra)->isEnabled());
-    EXPECT_TRUE(selectButton(kUltra)->isChecked());
-    EXPECT_FALSE(selectButton(Engine::systemId)->isChecked());
-    EXPECT_TRUE(sizeButton(kUltra)->isVisible());
-    // The measured size replaces the catalogue's estimate.
-    ASSERT_TRUE(test::waitUntil([&] { return store().sizes().contains(kUltra); }));
-    EXPECT_EQ(sizeButton(kUltra)->text(), store().sizes().value(kUltra));
-    EXPECT_THAT(accessibleName(sizeButton(kUltra)).toStdString(),
-                testing::HasSubstr("NVIDIA Parakeet Ultra"));
-
-    QMenu *sizeMenu = openSizeMenu(kUltra);
-    ASSERT_TRUE(sizeMenu);
-    EXPECT_THAT(actionTexts(sizeMenu), ElementsAre("Show in Files", "—", "Delete download"));
-    choose(sizeMenu, "Show in Files");
+    EXPECT_THAT(shown(kUltra), ElementsAre("selectable", "selected", "sizeMenu"));
+    EXPECT_FALSE(select(kSystem)->isChecked());
+    EXPECT_EQ(QApplication::focusWidget(), size(kUltra));
+    ASSERT_TRUE(waitUntil([&] { return store().sizes().contains(kUltra); }));
+    EXPECT_EQ(size(kUltra)->text(), store().sizes().value(kUltra));
+    QTest::keyClick(size(kUltra), Qt::Key_Space);
+    QMenu *menu = tabChild<QMenu>(size(kUltra), "sizeMenuItems");
+    ASSERT_TRUE(waitUntil([&] { return menu->isVisible(); }));
+    EXPECT_THAT(actionTexts(menu), ElementsAre("Show in Files", "—", "Delete download"));
+    choose(menu, "Show in Files");
     EXPECT_THAT(files->revealed, ElementsAre(folder));
-
-    QMenu *context = openContextMenu(kUltra);
-    ASSERT_TRUE(context);
+    QMenu *context = contextMenu(kUltra, size(kUltra));
+    ASSERT_TRUE(context && waitUntil([&] { return context->isVisible(); }));
     EXPECT_THAT(actionTexts(context), ElementsAre("Show in Files", "Delete download"));
     context->close();
 
-    // The check mark follows the user's choice.
-    click(selectButton(Engine::systemId));
-    EXPECT_EQ(store().selected(), Engine::systemId);
-    EXPECT_FALSE(selectButton(kUltra)->isChecked());
-    click(selectButton(kUltra));
-    EXPECT_EQ(store().selected(), kUltra);
-    // A second click on the engine in use keeps it in use.
-    click(selectButton(kUltra));
-    EXPECT_TRUE(selectButton(kUltra)->isChecked());
-    EXPECT_EQ(store().selected(), kUltra);
+    click(select(kSystem));
+    EXPECT_EQ(store().selected(), kSystem);
+    EXPECT_FALSE(select(kUltra)->isChecked());
+    for (int twice = 0; twice < 2; ++twice) { // a second click keeps it in use
+        click(select(kUltra));
+        EXPECT_EQ(store().selected(), kUltra);
+        EXPECT_TRUE(select(kUltra)->isChecked());
+    }
 
-    choose(openSizeMenu(kUltra), "Delete download");
+    choose(sizeMenu(kUltra), "Delete download");
     EXPECT_EQ(store().state(kUltra), ModelState::notInstalled());
     EXPECT_FALSE(QFileInfo::exists(folder));
-    EXPECT_EQ(store().selected(), Engine::systemId);
-    EXPECT_TRUE(selectButton(Engine::systemId)->isChecked());
-    EXPECT_TRUE(downloadButton(kUltra)->isVisible());
-    EXPECT_FALSE(sizeButton(kUltra)->isVisible());
+    EXPECT_EQ(store().selected(), kSystem);
+    EXPECT_TRUE(select(kSystem)->isChecked());
+    EXPECT_THAT(shown(kUltra), ElementsAre("download"));
 }
 
 TEST_F(ModelsTabTest, AddsAHubModelAndShowsWhyItsDownloadFailed)
 {
-    // "a / b" passes the dialog's own check, and the store refuses it.
     QPointer<AddModelDialog> dialog = openAddModel();
     ASSERT_TRUE(dialog);
-    auto *repository = dialog->findChild<QLineEdit *>(QStringLiteral("repository"));
-    auto *add = dialog->findChild<QPushButton *>(QStringLiteral("add"));
-    EXPECT_EQ(repository->placeholderText(), "owner/repository");
-    EXPECT_EQ(accessibleName(add), "Add & Download");
+    auto *repository = tabChild<QLineEdit>(dialog, "repository");
+    auto *add = tabChild<QPushButton>(dialog, "add");
     EXPECT_FALSE(add->isEnabled());
     QTest::keyClicks(repository, "ab");
     EXPECT_FALSE(add->isEnabled());
     repository->clear();
-    QTest::keyClicks(repository, "a / b");
-    EXPECT_TRUE(add->isEnabled());
+    QTest::keyClicks(repository, "a / b"); // passes the dialog, refused by the store
     click(add);
     ASSERT_TRUE(closed(dialog));
     EXPECT_EQ(store().engines().size(), 3u);
-    QLabel *error = errorLabel();
-    EXPECT_TRUE(error->isVisible());
-    EXPECT_EQ(error->text(), "Enter a repository as owner/name, for example "
-                             "istupakov/parakeet-tdt-0.6b-v3-onnx.");
-    const QColor red = error->palette().color(QPalette::WindowText);
-    EXPECT_GT(red.red(), 2 * red.green());
-    EXPECT_GT(red.red(), 2 * red.blue());
+    EXPECT_TRUE(error()->isVisible());
+    EXPECT_EQ(error()->text(), "Enter a repository as owner/name, for example "
+                               "istupakov/parakeet-tdt-0.6b-v3-onnx.");
+    const QColor red = error()->palette().color(QPalette::WindowText);
+    EXPECT_GT(red.red(), 2 * std::max(red.green(), red.blue()));
 
-    // The dialog opens fresh; Return adds.
     dialog = openAddModel();
     ASSERT_TRUE(dialog);
-    repository = dialog->findChild<QLineEdit *>(QStringLiteral("repository"));
+    repository = tabChild<QLineEdit>(dialog, "repository");
     EXPECT_TRUE(repository->text().isEmpty());
     QTest::keyClicks(repository, "a/b");
     QTest::keyClick(repository, Qt::Key_Return);
     ASSERT_TRUE(closed(dialog));
     const QString id = customId();
     ASSERT_TRUE(row(id));
-    EXPECT_FALSE(error->isVisible());
-    EXPECT_EQ(row(id)->findChild<QLabel *>(QStringLiteral("name"))->text(), "b");
-    EXPECT_EQ(label(id, "badge")->text(), "Custom");
-    EXPECT_EQ(label(id, "summary")->toolTip(), "a/b");
-    EXPECT_TRUE(control<QProgressBar>(id, "progress")->isVisible());
+    EXPECT_FALSE(error()->isVisible());
+    EXPECT_EQ(tabChild<QLabel>(row(id), "name")->text(), "b");
+    EXPECT_THAT(shown(id), ElementsAre("progress", "cancel"));
 
-    // A failed download: "Download" over "Custom", a bin, and the reason in red.
     ASSERT_EQ(fakes.made.size(), 1);
     fakes.made[0]->end(DownloadError::notFound("a/b"));
-    EXPECT_TRUE(downloadButton(id)->isVisible());
-    EXPECT_EQ(label(id, "sizeCaption")->text(), "Custom");
-    EXPECT_TRUE(error->isVisible());
-    EXPECT_EQ(error->text(), QString::fromUtf8("Couldn't find “a/b” on Hugging Face (or it "
-                                               "needs a login)."));
-    QMenu *context = openContextMenu(id);
-    ASSERT_TRUE(context);
-    EXPECT_THAT(actionTexts(context), ElementsAre("Delete model"));
-    context->close();
+    EXPECT_THAT(shown(id), ElementsAre("download", "remove"));
+    EXPECT_TRUE(error()->isVisible());
+    EXPECT_EQ(error()->text(),
+              QString::fromUtf8("Couldn't find “a/b” on Hugging Face (or it needs a login)."));
+    EXPECT_THAT(contextMenuTexts(id), ElementsAre("Delete model"));
 
-    auto *bin = control<QToolButton>(id, "remove");
-    ASSERT_TRUE(bin);
-    EXPECT_EQ(bin->toolTip(), "Remove from list");
+    QToolButton *bin = control(id, "remove");
     EXPECT_EQ(accessibleName(bin), "Remove b from list");
     click(bin);
-    EXPECT_TRUE(test::waitUntil([&] { return !row(id) && customId().isEmpty(); }));
-    // The row goes once the click that removed its engine has been handled.
+    EXPECT_TRUE(waitUntil([&] { return !row(id) && customId().isEmpty(); }));
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     EXPECT_EQ(tab->findChildren<EngineRow *>().size(), 3);
 }
@@ -345,158 +314,80 @@ TEST_F(ModelsTabTest, AddsAFolderThatIsUsedInPlace)
 
     QPointer<AddModelDialog> dialog = openAddModel();
     ASSERT_TRUE(dialog);
-    auto *repository = dialog->findChild<QLineEdit *>(QStringLiteral("repository"));
-    auto *add = dialog->findChild<QPushButton *>(QStringLiteral("add"));
-    auto *folderButton = dialog->findChild<QPushButton *>(QStringLiteral("folder"));
+    auto *repository = tabChild<QLineEdit>(dialog, "repository");
+    auto *add = tabChild<QPushButton>(dialog, "add");
+    auto *choose = tabChild<QPushButton>(dialog, "folder");
     QTest::keyClicks(repository, "kept/for-later");
-
-    // The folder source: "Add", disabled until a folder is chosen.
-    click(dialog->findChild<QRadioButton *>(QStringLiteral("folderSource")));
+    click(tabChild<QRadioButton>(dialog, "folderSource"));
     EXPECT_FALSE(repository->isVisible());
-    EXPECT_TRUE(folderButton->isVisible());
-    EXPECT_EQ(folderButton->text(), QString::fromUtf8("Choose…"));
-    EXPECT_EQ(accessibleName(add), "Add");
     EXPECT_FALSE(add->isEnabled());
-    // A picker the user closes without choosing changes nothing.
-    dialog->setFolderChooser([](QWidget *) { return QString(); });
-    click(folderButton);
+    dialog->setFolderChooser([](QWidget *) { return QString(); }); // closed without a choice
+    click(choose);
     EXPECT_FALSE(add->isEnabled());
-    // Switching back keeps what was typed.
-    click(dialog->findChild<QRadioButton *>(QStringLiteral("hubSource")));
+    click(tabChild<QRadioButton>(dialog, "hubSource"));
     EXPECT_EQ(repository->text(), "kept/for-later");
-    EXPECT_EQ(accessibleName(add), "Add & Download");
-    click(dialog->findChild<QRadioButton *>(QStringLiteral("folderSource")));
+    click(tabChild<QRadioButton>(dialog, "folderSource"));
 
     dialog->setFolderChooser([&](QWidget *) { return folder; });
-    click(folderButton);
-    EXPECT_EQ(folderButton->text(), "my-model");
-    EXPECT_TRUE(add->isEnabled());
+    click(choose);
+    EXPECT_EQ(choose->text(), "my-model");
     click(add);
-    // Until its size is measured, the installed engine's menu shows "Custom".
     const QString id = customId();
     ASSERT_TRUE(row(id));
-    EXPECT_EQ(sizeButton(id)->text(), "Custom");
+    EXPECT_EQ(size(id)->text(), "Custom"); // until measured
     ASSERT_TRUE(closed(dialog));
-
     EXPECT_TRUE(fakes.made.isEmpty());
     EXPECT_EQ(store().selected(), id);
-    EXPECT_TRUE(selectButton(id)->isChecked());
-    EXPECT_FALSE(selectButton(Engine::systemId)->isChecked());
-    EXPECT_TRUE(sizeButton(id)->isVisible());
-    ASSERT_TRUE(test::waitUntil([&] { return store().sizes().contains(id); }));
-    EXPECT_EQ(sizeButton(id)->text(), store().sizes().value(id));
+    EXPECT_THAT(shown(id), ElementsAre("selectable", "selected", "sizeMenu"));
+    EXPECT_FALSE(select(kSystem)->isChecked());
+    ASSERT_TRUE(waitUntil([&] { return store().sizes().contains(id); }));
+    EXPECT_EQ(size(id)->text(), store().sizes().value(id));
 
-    QMenu *context = openContextMenu(id, selectButton(id));
+    QMenu *context = contextMenu(id, select(id));
     ASSERT_TRUE(context);
     EXPECT_THAT(actionTexts(context), ElementsAre("Show in Files", "Remove from list"));
-    choose(context, "Show in Files");
+    this->choose(context, "Show in Files");
     EXPECT_THAT(files->revealed, ElementsAre(folder));
-
-    choose(openContextMenu(id), "Remove from list");
-    EXPECT_TRUE(test::waitUntil([&] { return !row(id); }));
-    EXPECT_EQ(store().selected(), Engine::systemId);
-    EXPECT_TRUE(selectButton(Engine::systemId)->isChecked());
+    this->choose(contextMenu(id), "Remove from list");
+    EXPECT_TRUE(waitUntil([&] { return !row(id); }));
+    EXPECT_EQ(store().selected(), kSystem);
+    EXPECT_TRUE(select(kSystem)->isChecked());
     QStringList modelFiles = test::communityInt8Files();
     modelFiles.sort();
-    EXPECT_EQ(test::filesBelow(folder), modelFiles); // used in place, never touched
+    EXPECT_EQ(test::filesBelow(folder), modelFiles); // never touched
 
-    // Escape closes the dialog without adding anything.
-    dialog = openAddModel();
+    dialog = openAddModel(); // Escape adds nothing
     ASSERT_TRUE(dialog);
-    QTest::keyClicks(dialog->findChild<QLineEdit *>(QStringLiteral("repository")), "c/d");
+    QTest::keyClicks(tabChild<QLineEdit>(dialog, "repository"), "c/d");
     QTest::keyClick(dialog, Qt::Key_Escape);
     ASSERT_TRUE(closed(dialog));
     EXPECT_EQ(store().engines().size(), 3u);
 }
 
-TEST_F(ModelsTabTest, ShowInFilesCreatesTheModelsFolderAndOpensIt)
-{
-    ASSERT_FALSE(QFileInfo::exists(home.modelsRoot()));
-    click(tab->findChild<QToolButton *>(QStringLiteral("showModelsFolder")));
-    EXPECT_TRUE(QFileInfo(home.modelsRoot()).isDir());
-    EXPECT_THAT(files->opened, ElementsAre(home.modelsRoot()));
-}
-
-TEST_F(ModelsTabTest, EveryControlIsReachedWithTabNamedAndWorksFromTheKeyboard)
-{
-    // Walk the focus chain once round.
-    QWidget *first = tab->findChild<QToolButton *>(QStringLiteral("showModelsFolder"));
-    first->setFocus(Qt::TabFocusReason);
-    ASSERT_TRUE(test::waitUntil([&] { return QApplication::focusWidget() == first; }));
-    QList<QWidget *> reached;
-    while (reached.size() < 40) {
-        QWidget *focused = QApplication::focusWidget();
-        if (reached.contains(focused))
-            break;
-        reached << focused;
-        QTest::keyClick(focused, Qt::Key_Tab);
-    }
-    QStringList names;
-    for (QWidget *widget : reached) {
-        EXPECT_FALSE(accessibleName(widget).isEmpty()) << widget->metaObject()->className();
-        names << accessibleName(widget);
-    }
-    EXPECT_THAT(names,
-                ElementsAre("Show in Files", QString::fromUtf8("Add model…"), "Use Built-in Speech",
-                            "Download NVIDIA Parakeet Redux", "Download NVIDIA Parakeet Ultra"));
-
-    // Space on "Download" starts it; the focus moves to the cancel button, and Space there
-    // cancels and brings the focus back.
-    QPushButton *download = downloadButton(kUltra);
-    download->setFocus(Qt::TabFocusReason);
-    QTest::keyClick(download, Qt::Key_Space);
-    ASSERT_EQ(fakes.made.size(), 1);
-    EXPECT_EQ(QApplication::focusWidget(), cancelButton(kUltra));
-    QTest::keyClick(cancelButton(kUltra), Qt::Key_Space);
-    EXPECT_EQ(store().state(kUltra), ModelState::notInstalled());
-    EXPECT_EQ(QApplication::focusWidget(), download);
-
-    // Once installed, the size button takes the focus and Space opens its menu.
-    QTest::keyClick(download, Qt::Key_Space);
-    ASSERT_EQ(fakes.made.size(), 2);
-    fakes.made[1]->succeed();
-    QToolButton *size = sizeButton(kUltra);
-    EXPECT_EQ(QApplication::focusWidget(), size);
-    QTest::keyClick(size, Qt::Key_Space);
-    QMenu *menu = size->findChild<QMenu *>(QStringLiteral("sizeMenuItems"));
-    ASSERT_TRUE(test::waitUntil([&] { return menu->isVisible(); }));
-    QTest::keyClick(menu, Qt::Key_Escape);
-    EXPECT_TRUE(test::waitUntil([&] { return !menu->isVisible(); }));
-
-    // The menu key on a control of the row opens the row's menu.
-    QMenu *context = openContextMenu(kUltra, size);
-    ASSERT_TRUE(context);
-    EXPECT_TRUE(test::waitUntil([&] { return context->isVisible(); }));
-    context->close();
-}
-
 TEST_F(ModelsTabTest, EveryStateOfTheRowsAndTheDialogPassesTheKeyboardCheck)
 {
     EXPECT_TRUE(checkKeyboardAccess(tab.get())) << checkKeyboardAccess(tab.get());
-
-    // Downloading (the cancel button), installed (the size menu), and a custom engine whose
-    // download failed (the bin), all at once.
-    click(downloadButton(kUltra));
-    click(downloadButton("parakeetRedux"));
+    // Downloading, installed, and a failed custom download, all at once.
+    click(download(kUltra));
+    click(download("parakeetRedux"));
     ASSERT_EQ(fakes.made.size(), 2);
     fakes.made[1]->succeed();
     store().addHub("a/b", {});
     ASSERT_EQ(fakes.made.size(), 3);
     fakes.made[2]->end(DownloadError::network("The connection was lost."));
-    ASSERT_TRUE(cancelButton(kUltra)->isVisible());
-    ASSERT_TRUE(sizeButton("parakeetRedux")->isVisible());
-    ASSERT_TRUE(control<QToolButton>(customId(), "remove")->isVisible());
+    ASSERT_THAT(shown(kUltra), testing::Contains("cancel"));
+    ASSERT_THAT(shown("parakeetRedux"), testing::Contains("sizeMenu"));
+    ASSERT_THAT(shown(customId()), testing::Contains("remove"));
     EXPECT_TRUE(checkKeyboardAccess(tab.get())) << checkKeyboardAccess(tab.get());
 
     QPointer<AddModelDialog> dialog = openAddModel();
     ASSERT_TRUE(dialog);
     EXPECT_TRUE(checkKeyboardAccess(dialog)) << checkKeyboardAccess(dialog);
-    dialog->findChild<QRadioButton *>(QStringLiteral("folderSource"))->click();
+    tabChild<QRadioButton>(dialog, "folderSource")->click();
     EXPECT_TRUE(checkKeyboardAccess(dialog)) << checkKeyboardAccess(dialog);
     dialog->reject();
 }
 
-// The tab against the loopback hub, with the real download.
 class ModelsTabHubTest : public ModelsTabTest
 {
 protected:
@@ -509,6 +400,10 @@ protected:
             server.addFile(kUltraRepo, name, name.toUtf8().repeated(2000));
         ModelsTabTest::SetUp();
     }
+    void stallEncoder(bool stall)
+    {
+        server.repository(kUltraRepo).files["encoder-model.int8.onnx"].stall = stall;
+    }
 
     test::HubTestServer server;
     std::optional<test::ScopedEnvironment> endpoint;
@@ -516,35 +411,29 @@ protected:
 
 TEST_F(ModelsTabHubTest, DownloadsCancelsDownloadsAgainSelectsAndRemoves)
 {
-    // One file stalls halfway, so the download stays in progress until cancelled.
-    server.repository(kUltraRepo).files["encoder-model.int8.onnx"].stall = true;
-    click(downloadButton(kUltra));
-    QLabel *percent = label(kUltra, "percent");
-    ASSERT_TRUE(test::waitUntil([&] { return store().state(kUltra).fraction() > 0.0; }));
-    EXPECT_TRUE(percent->isVisible());
-    EXPECT_NE(percent->text(), "0%");
+    stallEncoder(true);
+    click(download(kUltra));
+    ASSERT_TRUE(waitUntil([&] { return store().state(kUltra).fraction() > 0.0; }));
+    EXPECT_NE(control<QLabel>(kUltra, "percent")->text(), "0%");
     EXPECT_GT(control<QProgressBar>(kUltra, "progress")->value(), 0);
-
-    click(cancelButton(kUltra));
-    ASSERT_TRUE(test::waitUntil([&] { return store().jobs().empty(); }));
-    EXPECT_TRUE(downloadButton(kUltra)->isVisible());
-    EXPECT_FALSE(errorLabel()->isVisible());
+    click(control(kUltra, "cancel"));
+    ASSERT_TRUE(waitUntil([&] { return store().jobs().empty(); }));
+    EXPECT_THAT(shown(kUltra), ElementsAre("download"));
+    EXPECT_FALSE(error()->isVisible());
     EXPECT_FALSE(QFileInfo::exists(ModelFolders::stagingFolderOf(home.modelFolder(kUltra))));
 
-    server.repository(kUltraRepo).files["encoder-model.int8.onnx"].stall = false;
-    click(downloadButton(kUltra));
-    ASSERT_TRUE(test::waitUntil([&] { return store().state(kUltra).isInstalled(); }));
-    EXPECT_TRUE(sizeButton(kUltra)->isVisible());
-    EXPECT_TRUE(selectButton(kUltra)->isChecked());
-    EXPECT_FALSE(errorLabel()->isVisible());
-
-    click(selectButton(Engine::systemId));
-    EXPECT_EQ(store().selected(), Engine::systemId);
-    click(selectButton(kUltra));
+    stallEncoder(false);
+    click(download(kUltra));
+    ASSERT_TRUE(waitUntil([&] { return store().state(kUltra).isInstalled(); }));
+    EXPECT_THAT(shown(kUltra), ElementsAre("selectable", "selected", "sizeMenu"));
+    EXPECT_FALSE(error()->isVisible());
+    click(select(kSystem));
+    EXPECT_EQ(store().selected(), kSystem);
+    click(select(kUltra));
     EXPECT_EQ(store().selected(), kUltra);
 
-    choose(openSizeMenu(kUltra), "Delete download");
-    EXPECT_TRUE(downloadButton(kUltra)->isVisible());
+    choose(sizeMenu(kUltra), "Delete download");
+    EXPECT_THAT(shown(kUltra), ElementsAre("download"));
     EXPECT_FALSE(QFileInfo::exists(home.modelFolder(kUltra)));
-    EXPECT_EQ(store().selected(), Engine::systemId);
+    EXPECT_EQ(store().selected(), kSystem);
 }

@@ -1,8 +1,6 @@
 #pragma once
 
-// Settings tabs on a ready application model: the tab shown in a window of its own on the
-// offscreen platform, and ways to find its controls as a user or a screen reader would, by
-// what they say.
+// A settings tab shown in a window of its own, with its controls found by what they say.
 
 #include "app/AppFixture.h"
 #include "settings/Preferences.h"
@@ -18,6 +16,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLabel>
+#include <QSaveFile>
 #include <QStyle>
 #include <QStyleOptionButton>
 #include <QTest>
@@ -26,31 +25,24 @@
 
 namespace vocari::test {
 
-// The control of a kind whose accessible name is `name`; a failure when there is none.
 template <typename Widget> Widget *named(QWidget *root, const QString &name)
 {
-    const QList<Widget *> found = root->findChildren<Widget *>();
-    for (Widget *widget : found) {
+    for (Widget *widget : root->findChildren<Widget *>())
         if (widget->accessibleName() == name)
             return widget;
-    }
     ADD_FAILURE() << "no control named " << name.toStdString();
     return nullptr;
 }
 
-// The button that shows `text`.
 inline QAbstractButton *button(QWidget *root, const QString &text)
 {
-    const QList<QAbstractButton *> found = root->findChildren<QAbstractButton *>();
-    for (QAbstractButton *candidate : found) {
+    for (QAbstractButton *candidate : root->findChildren<QAbstractButton *>())
         if (candidate->text() == text)
             return candidate;
-    }
     ADD_FAILURE() << "no button " << text.toStdString();
     return nullptr;
 }
 
-// Whether a label with exactly this text is shown (its own flag and its ancestors').
 inline bool showsText(QWidget *root, const QString &text)
 {
     const QList<QLabel *> labels = root->findChildren<QLabel *>();
@@ -59,7 +51,7 @@ inline bool showsText(QWidget *root, const QString &text)
     });
 }
 
-// A click where the user would click: a check box reacts on its box and text only.
+// A check box reacts to a click on its box, not anywhere in its rectangle.
 inline void click(QWidget *widget)
 {
     QPoint where = widget->rect().center();
@@ -80,13 +72,11 @@ protected:
         AppFixture::SetUp();
         makeTab();
     }
-
     void TearDown() override
     {
         m_tab.reset(); // before the model it watches
         AppFixture::TearDown();
     }
-
     void makeTab()
     {
         m_tab.reset();
@@ -97,24 +87,23 @@ protected:
         ASSERT_TRUE(QTest::qWaitForWindowActive(m_tab.get()));
     }
 
-    // Stores a value as an edit of the settings file by another program would.
-    void editFile(const char *key, const QJsonValue &value)
+    // Replaces the settings file as another program would.
+    void editFile(std::initializer_list<std::pair<const char *, QJsonValue>> values)
     {
         const QString path = m_settings.store().filePath();
         QFile file(path);
         QJsonObject object;
         if (file.open(QIODevice::ReadOnly))
             object = QJsonDocument::fromJson(file.readAll()).object();
-        file.close();
-        object.insert(QString::fromLatin1(key), value);
-        QFile out(path + QStringLiteral(".edit"));
+        for (const auto &[key, value] : values)
+            object.insert(QString::fromLatin1(key), value);
+        QSaveFile out(path);
         ASSERT_TRUE(out.open(QIODevice::WriteOnly));
         out.write(QJsonDocument(object).toJson());
-        out.close();
-        QFile::remove(path);
-        ASSERT_TRUE(QFile::rename(out.fileName(), path));
+        ASSERT_TRUE(out.commit());
         m_settings.store().reload();
     }
+    void editFile(const char *key, const QJsonValue &value) { editFile({{key, value}}); }
 
     // The stored value as JSON text ("true", "57", "\"main\""); empty when absent.
     QString stored(const char *key)

@@ -544,6 +544,11 @@ def write_test_fixtures(out):
 # Realistic-size networks for the benchmarks
 
 
+BENCH_VERSION = 2  # raised whenever the benchmark networks change
+# Random layers stacked 24 deep wash out the differences between frames: every frame leaves the
+# encoder alike, and the joint would decide the same at each. Damping each layer's branches, as
+# a trained network's residual paths do, keeps the frames apart.
+BRANCH_GAIN = 0.1
 MEL_BINS = 128
 N_FFT = 512
 WINDOW = 400
@@ -575,9 +580,22 @@ def mel_filterbank():
     return bank
 
 
-def write_mel_preprocessor(path, fixed):
+def renamed(nodes, names):
+    """The nodes with their tensors renamed: graphs below are written with the split layout's
+    names and given the community layout's ones this way."""
+    for n in nodes:
+        n.input[:] = [names.get(x, x) for x in n.input]
+        n.output[:] = [names.get(x, x) for x in n.output]
+    return nodes
+
+
+def write_mel_preprocessor(path, fixed, front=None, length_type=TensorProto.INT32):
     """Log-mel features as a real export computes them: 25 ms Hann windows every 10 ms, a
-    512-point power spectrum (a convolution with windowed DFT kernels) and 128 mel bands."""
+    512-point power spectrum (a convolution with windowed DFT kernels), 128 mel bands, each
+    normalised over the phrase.
+    front gives the layout's tensor names (signal, length, features, feature length)."""
+    front = front or SPLIT_FRONT[0]
+    names = dict(zip(SPLIT_FRONT[0], front))
     bins = N_FFT // 2 + 1
     n = np.arange(WINDOW)
     window = 0.5 - 0.5 * np.cos(2 * np.pi * n / WINDOW)
@@ -596,12 +614,21 @@ def write_mel_preprocessor(path, fixed):
         node("MatMul", ["power_t", "mel_bank"], ["mel_t"]),
         node("Add", ["mel_t", "floor"], ["mel_floor"]),
         node("Log", ["mel_floor"], ["log_mel"]),
-        node("Transpose", ["log_mel"], ["mel"], perm=[0, 2, 1]),
+        # Each band to zero mean and unit variance over the phrase, as the real exports do.
+        node("ReduceMean", ["log_mel"], ["band_mean"], axes=[1], keepdims=1),
+        node("Sub", ["log_mel", "band_mean"], ["centred"]),
+        node("Mul", ["centred", "centred"], ["centred_sq"]),
+        node("ReduceMean", ["centred_sq"], ["band_var"], axes=[1], keepdims=1),
+        node("Add", ["band_var", "floor"], ["band_var_floor"]),
+        node("Sqrt", ["band_var_floor"], ["band_std"]),
+        node("Div", ["centred", "band_std"], ["normalised"]),
+        node("Transpose", ["normalised"], ["mel"], perm=[0, 2, 1]),
         node("Cast", ["audio_length"], ["len64"], to=TensorProto.INT64),
         node("Div", ["len64", "hop1"], ["frames64"]),
         node("Add", ["frames64", "one1"], ["frames_plus"]),
-        node("Cast", ["frames_plus"], ["mel_length"], to=TensorProto.INT32),
+        node("Cast", ["frames_plus"], ["mel_length"], to=length_type),
     ]
+    nodes = renamed(nodes, names)
     inits = [
         const("axis1", np.array([1], dtype=np.int64)),
         const("dft", kernels),
@@ -615,12 +642,12 @@ def write_mel_preprocessor(path, fixed):
         nodes,
         "mel_preprocessor",
         [
-            tensor("audio_signal", TensorProto.FLOAT, [1, FIXED_SAMPLES if fixed else "samples"]),
-            tensor("audio_length", TensorProto.INT32, [1]),
+            tensor(front[0], TensorProto.FLOAT, [1, FIXED_SAMPLES if fixed else "samples"]),
+            tensor(front[1], length_type, [1]),
         ],
         [
-            tensor("mel", TensorProto.FLOAT, [1, MEL_BINS, "frames"]),
-            tensor("mel_length", TensorProto.INT32, [1]),
+            tensor(front[2], TensorProto.FLOAT, [1, MEL_BINS, "frames"]),
+            tensor(front[3], length_type, [1]),
         ],
         inits,
         path,
@@ -628,8 +655,13 @@ def write_mel_preprocessor(path, fixed):
 
 
 class GraphBuilder:
-    def __init__(self, rng):
+    """Builds a graph of random weights. quantized writes every weight matrix as int8 with one
+    scale, and its products the way a dynamically quantised export computes them: the
+    activations quantised to uint8 on the fly, an integer matrix product, then the two scales."""
+
+    def __init__(self, rng, quantized=False):
         self.rng = rng
+        self.quantized = quantized
         self.nodes = []
         self.inits = {}
         self.count = 0
@@ -656,8 +688,27 @@ class GraphBuilder:
         self.nodes.append(node(op, inputs, [out], **attrs))
         return out
 
+    def quantized_weight(self, name, shape):
+        """An int8 matrix and its scale, from the same random values weight() would draw."""
+        if name not in self.inits:
+            values = self.rng.standard_normal(shape) / np.sqrt(shape[0])
+            scale = float(np.abs(values).max()) / 127.0
+            self.inits[name] = const(name, np.round(values / scale).astype(np.int8))
+            self.inits[name + "_scale"] = const(name + "_scale", np.array(scale, np.float32))
+        return name, name + "_scale"
+
+    def matmul(self, x, key, fan_in, fan_out):
+        if not self.quantized:
+            return self.op("MatMul", [x, self.weight(f"{key}_w", (fan_in, fan_out))])
+        weight, weight_scale = self.quantized_weight(f"{key}_w", (fan_in, fan_out))
+        xq, xs, xz = self.name("xq"), self.name("xs"), self.name("xz")
+        self.nodes.append(node("DynamicQuantizeLinear", [x], [xq, xs, xz]))
+        product = self.op("MatMulInteger", [xq, weight, xz])
+        scale = self.op("Mul", [xs, weight_scale])
+        return self.op("Mul", [self.op("Cast", [product], to=TensorProto.FLOAT), scale])
+
     def linear(self, x, key, fan_in, fan_out):
-        y = self.op("MatMul", [x, self.weight(f"{key}_w", (fan_in, fan_out))])
+        y = self.matmul(x, key, fan_in, fan_out)
         return self.op("Add", [y, self.weight(f"{key}_b", (fan_out,), scale=0.01)])
 
     def swish(self, x):
@@ -673,7 +724,8 @@ def conformer_layer(g, x):
     """One FastConformer block: half feed-forward, self-attention, convolution, half
     feed-forward, normalisation. Every layer shares one set of random weights, which keeps
     the file small while the compute stays that of 24 distinct layers."""
-    half = g.constant("half", np.array(0.5, dtype=np.float32))
+    half = g.constant("half", np.array(0.5 * BRANCH_GAIN, dtype=np.float32))
+    gain = g.constant("branch_gain", np.array(BRANCH_GAIN, dtype=np.float32))
 
     def feed_forward(x, key):
         h = g.layer_norm(x, key)
@@ -698,7 +750,7 @@ def conformer_layer(g, x):
     context = g.op("MatMul", [g.op("Softmax", [scores], axis=-1), v])
     width_shape = g.constant("width_shape", ints(1, -1, ENC_WIDTH))
     context = g.op("Reshape", [g.op("Transpose", [context], perm=[0, 2, 1, 3]), width_shape])
-    x = g.op("Add", [x, g.linear(context, "att_out", ENC_WIDTH, ENC_WIDTH)])
+    x = g.op("Add", [x, g.op("Mul", [g.linear(context, "att_out", ENC_WIDTH, ENC_WIDTH), gain])])
 
     h = g.layer_norm(x, "conv")
     h = g.linear(h, "conv_pw1", ENC_WIDTH, 2 * ENC_WIDTH)
@@ -710,14 +762,16 @@ def conformer_layer(g, x):
     h = g.op("Conv", [h, g.weight("conv_dw", (ENC_WIDTH, 1, CONV_KERNEL), scale=1 / CONV_KERNEL)],
              group=ENC_WIDTH, pads=[CONV_KERNEL // 2, CONV_KERNEL // 2])
     h = g.swish(g.op("Transpose", [h], perm=[0, 2, 1]))
-    x = g.op("Add", [x, g.linear(h, "conv_pw2", ENC_WIDTH, ENC_WIDTH)])
+    x = g.op("Add", [x, g.op("Mul", [g.linear(h, "conv_pw2", ENC_WIDTH, ENC_WIDTH), gain])])
 
     x = feed_forward(x, "ff2")
     return g.layer_norm(x, "out")
 
 
-def write_conformer_encoder(path):
-    g = GraphBuilder(np.random.default_rng(1))
+def write_conformer_encoder(path, front=None, length_type=TensorProto.INT32, quantized=False):
+    """front gives the layout's tensor names (features, length, encoded, encoded length)."""
+    front = front or SPLIT_FRONT[1]
+    g = GraphBuilder(np.random.default_rng(1), quantized)
     # 8× subsampling: pad the frames to a multiple of eight, stack each eight, project.
     t = g.op("Gather", [g.op("Shape", ["mel"]), g.constant("two", np.array(2, dtype=np.int64))],
              axis=0)
@@ -739,26 +793,26 @@ def write_conformer_encoder(path):
     length64 = g.op("Cast", ["mel_length"], to=TensorProto.INT64)
     rounded_up = g.op("Add", [length64, g.constant("sub_minus1", ints(ENC_SUBSAMPLING - 1))])
     frames = g.op("Div", [rounded_up, g.constant("sub1", ints(ENC_SUBSAMPLING))])
-    g.nodes.append(node("Cast", [frames], ["encoder_length"], to=TensorProto.INT32))
+    g.nodes.append(node("Cast", [frames], ["encoder_length"], to=length_type))
     save(
-        g.nodes,
+        renamed(g.nodes, dict(zip(SPLIT_FRONT[1], front))),
         "conformer_encoder",
         [
-            tensor("mel", TensorProto.FLOAT, [1, MEL_BINS, "frames"]),
-            tensor("mel_length", TensorProto.INT32, [1]),
+            tensor(front[0], TensorProto.FLOAT, [1, MEL_BINS, "frames"]),
+            tensor(front[1], length_type, [1]),
         ],
         [
-            tensor("encoder", TensorProto.FLOAT, [1, ENC_WIDTH, "steps"]),
-            tensor("encoder_length", TensorProto.INT32, [1]),
+            tensor(front[2], TensorProto.FLOAT, [1, ENC_WIDTH, "steps"]),
+            tensor(front[3], length_type, [1]),
         ],
         list(g.inits.values()),
         path,
     )
 
 
-def write_lstm_decoder(path):
-    """Embedding of the last token and a two-layer LSTM of 640 units."""
-    g = GraphBuilder(np.random.default_rng(2))
+def prediction_network(g, h_out, c_out):
+    """Embedding of the last token ("targets") and a two-layer LSTM of 640 units from the
+    states h_in and c_in; returns the output as [1, 640, 1]."""
     embedding = g.weight("embedding", (VOCAB + 1, PRED), scale=0.1)
     embedded = g.op("Gather", [embedding, "targets"], axis=0)
     x = g.op("Transpose", [embedded], perm=[1, 0, 2])  # [1, 1, 640]: sequence, batch, features
@@ -775,9 +829,60 @@ def write_lstm_decoder(path):
         x = g.op("Squeeze", [y, g.constant("axis1", np.array([1], dtype=np.int64))])
         hs.append(yh)
         cs.append(yc)
-    g.nodes.append(node("Concat", hs, ["h_out"], axis=0))
-    g.nodes.append(node("Concat", cs, ["c_out"], axis=0))
-    g.nodes.append(node("Transpose", [x], ["decoder"], perm=[1, 2, 0]))  # [1, 640, 1]
+    g.nodes.append(node("Concat", hs, [h_out], axis=0))
+    g.nodes.append(node("Concat", cs, [c_out], axis=0))
+    return g.op("Transpose", [x], perm=[1, 2, 0])
+
+
+def joint_scores(g, encoder_step, decoder_step):
+    """Encoder and prediction projections to 640, ReLU, and scores over 8193 tokens and 5
+    durations, as [1, 8198]."""
+    enc = g.op("Reshape", [encoder_step, g.constant("enc_shape", ints(1, ENC_WIDTH))])
+    dec = g.op("Reshape", [decoder_step, g.constant("dec_shape", ints(1, PRED))])
+    projected = [
+        g.linear(enc, "joint_enc", ENC_WIDTH, PRED),
+        g.linear(dec, "joint_dec", PRED, PRED),
+    ]
+    hidden = g.op("Relu", [g.op("Add", projected)])
+    scores = g.linear(hidden, "joint_out", PRED, VOCAB + 1 + DURATIONS)
+    return g.op("Add", [scores, g.constant("speech_like_bias", speech_like_bias(g))])
+
+
+# Random weights alone make a joint that emits a token at nearly every step (blank is one
+# choice among 8193) and often stays on a frame; a real model emits blank most of the time
+# and moves on by a frame or two. The benchmarks would then time far more prediction steps
+# than speech causes, so the joint gets biases that make it decide like a real one.
+BLANK_SHARE = 0.5  # steps that emit nothing
+DURATION_BIAS = [-20.0, 20.0, 20.0, -20.0, -20.0]  # move on by one or two frames
+
+
+def speech_like_bias(g):
+    """A bias for the joint's scores: blank raised until it wins BLANK_SHARE of the steps on
+    simulated inputs (encoder frames as they leave the final normalisation, small prediction
+    outputs), the durations as DURATION_BIAS. Reads the joint's weights from g."""
+    def values(name):
+        w = numpy_helper.to_array(g.inits[name])
+        if w.dtype == np.int8:
+            w = w.astype(np.float32) * numpy_helper.to_array(g.inits[name + "_scale"])
+        return w
+
+    rng = np.random.default_rng(4)
+    enc = rng.standard_normal((512, ENC_WIDTH)).astype(np.float32)
+    dec = (rng.standard_normal((512, PRED)) * 0.2).astype(np.float32)
+    hidden = np.maximum(0, enc @ values("joint_enc_w") + values("joint_enc_b") +
+                        dec @ values("joint_dec_w") + values("joint_dec_b"))
+    scores = hidden @ values("joint_out_w") + values("joint_out_b")
+    margin = scores[:, :VOCAB].max(axis=1) - scores[:, VOCAB]
+    bias = np.zeros(VOCAB + 1 + DURATIONS, dtype=np.float32)
+    bias[VOCAB] = np.quantile(margin, BLANK_SHARE)
+    bias[VOCAB + 1:] = DURATION_BIAS
+    return bias
+
+
+def write_lstm_decoder(path):
+    g = GraphBuilder(np.random.default_rng(2))
+    decoder = prediction_network(g, "h_out", "c_out")
+    g.nodes.append(node("Identity", [decoder], ["decoder"]))
     g.op("Identity", ["target_length"])
     save(
         g.nodes,
@@ -799,17 +904,9 @@ def write_lstm_decoder(path):
 
 
 def write_dense_joint(path):
-    """Encoder and prediction projections to 640, ReLU, scores over 8193 tokens and 5
-    durations, and the best of each."""
+    """The joint's scores and the best token and duration of them."""
     g = GraphBuilder(np.random.default_rng(3))
-    enc = g.op("Reshape", ["encoder_step", g.constant("enc_shape", ints(1, ENC_WIDTH))])
-    dec = g.op("Reshape", ["decoder_step", g.constant("dec_shape", ints(1, PRED))])
-    projected = [
-        g.linear(enc, "joint_enc", ENC_WIDTH, PRED),
-        g.linear(dec, "joint_dec", PRED, PRED),
-    ]
-    hidden = g.op("Relu", [g.op("Add", projected)])
-    scores = g.linear(hidden, "joint_out", PRED, VOCAB + 1 + DURATIONS)
+    scores = joint_scores(g, "encoder_step", "decoder_step")
     token_scores, duration_scores = g.name("tokens"), g.name("durations")
     split = g.constant("score_split", ints(VOCAB + 1, DURATIONS))
     g.nodes.append(node("Split", [scores, split], [token_scores, duration_scores], axis=-1))
@@ -830,9 +927,41 @@ def write_dense_joint(path):
     )
 
 
+def write_fused_lstm_joint(path):
+    """The community layout's decoder_joint at real size: the prediction network and the joint
+    in one int8 network, giving all the scores; the prediction network stays in float, as a
+    dynamically quantised export leaves its LSTM."""
+    g = GraphBuilder(np.random.default_rng(2), quantized=True)
+    decoder = prediction_network(g, "output_states_1", "output_states_2")
+    scores = joint_scores(g, "encoder_outputs", decoder)
+    g.nodes.append(node("Reshape", [scores, g.constant("scores_shape", ints(1, 1, 1, -1))],
+                        ["outputs"]))
+    g.nodes.append(node("Identity", ["target_length"], ["prednet_lengths"]))
+    save(
+        renamed(g.nodes, {"h_in": "input_states_1", "c_in": "input_states_2"}),
+        "decoder_joint",
+        [
+            tensor("encoder_outputs", TensorProto.FLOAT, [1, ENC_WIDTH, 1]),
+            tensor("targets", TensorProto.INT32, [1, 1]),
+            tensor("target_length", TensorProto.INT32, [1]),
+            tensor("input_states_1", TensorProto.FLOAT, list(STATE)),
+            tensor("input_states_2", TensorProto.FLOAT, list(STATE)),
+        ],
+        [
+            tensor("outputs", TensorProto.FLOAT, [1, 1, 1, VOCAB + 1 + DURATIONS]),
+            tensor("prednet_lengths", TensorProto.INT32, [1]),
+            tensor("output_states_1", TensorProto.FLOAT, list(STATE)),
+            tensor("output_states_2", TensorProto.FLOAT, list(STATE)),
+        ],
+        list(g.inits.values()),
+        path,
+    )
+
+
 def write_bench_fixtures(out):
-    """Two folders sharing one realistic encoder, decoder and joint: "realistic" takes phrases
-    at their real length, "realistic-fixed" pads them to 15 s."""
+    """Networks of a real model's size. Two folders in the split layout sharing one encoder,
+    decoder and joint: "realistic" takes phrases at their real length, "realistic-fixed" pads
+    them to 15 s. "realistic-int8" holds the same sizes in the community layout, int8."""
     dynamic = os.path.join(out, "realistic")
     fixed = os.path.join(out, "realistic-fixed")
     os.makedirs(dynamic, exist_ok=True)
@@ -850,6 +979,18 @@ def write_bench_fixtures(out):
             os.remove(target)
         os.symlink(os.path.join("..", "realistic", name), target)
 
+    int8 = os.path.join(out, "realistic-int8")
+    os.makedirs(int8, exist_ok=True)
+    write_mel_preprocessor(os.path.join(int8, "nemo128.onnx"), False, COMMUNITY_FRONT[0],
+                           TensorProto.INT64)
+    write_conformer_encoder(os.path.join(int8, "encoder-model.int8.onnx"), COMMUNITY_FRONT[1],
+                            TensorProto.INT64, quantized=True)
+    write_fused_lstm_joint(os.path.join(int8, "decoder_joint-model.int8.onnx"))
+    with open(os.path.join(int8, "vocab.txt"), "w", encoding="utf-8") as f:
+        for i in range(VOCAB):
+            f.write(f"\u2581w{i} {i}\n")
+        f.write(f"<blk> {VOCAB}\n")
+
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
@@ -860,9 +1001,10 @@ def main():
         write_bench_fixtures(args.out)
     else:
         write_test_fixtures(args.out)
-    # Marks a complete run for build systems.
+    # Marks a complete run for build systems; the benchmarks' stamp names the version of their
+    # networks, so that a folder holding an older set is written anew.
     with open(os.path.join(args.out, "bench.stamp" if args.bench else "fixtures.stamp"), "w") as f:
-        f.write("complete\n")
+        f.write(f"complete {BENCH_VERSION}\n" if args.bench else "complete\n")
     return 0
 
 

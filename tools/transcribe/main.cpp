@@ -2,7 +2,9 @@
 // engine a dictation uses: each file is fed in device-sized buffers to a new transcriber, each
 // phrase is transcribed as soon as it is cut, and the text is printed, one line per file.
 // --json prints the text with the timing of every phrase, the model's load time and the
-// real-time factor instead.
+// real-time factor instead. --realtime plays each file at the pace of a microphone, in
+// buffers of about 43 ms, and reports the wait from the end of the file (the key's release)
+// to the final text.
 
 #include "engines/WavFile.h"
 #include "engines/parakeet/ParakeetRuntime.h"
@@ -18,7 +20,10 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTextStream>
+#include <chrono>
+#include <cmath>
 #include <mutex>
+#include <thread>
 
 using namespace vocari;
 
@@ -124,6 +129,8 @@ struct FileResult
     double processingSeconds = 0;
     // Getting the engine ready: loading the built-in engine's model for this file.
     double prepareSeconds = 0;
+    // With --realtime: from the last buffer fed to the final text.
+    std::optional<double> releaseToTextSeconds;
     std::optional<QString> failure;
 
     double inferenceSeconds() const
@@ -137,9 +144,10 @@ struct FileResult
     }
 };
 
-// Feeds one file through a new transcriber, as a dictation of that audio would.
+// Feeds one file through a new transcriber, as a dictation of that audio would: at once, or
+// at the pace of a microphone.
 std::optional<FileResult> transcribeFile(const QString &path, const EngineChoice &choice,
-                                         QString *error)
+                                         bool realtime, QString *error)
 {
     const auto audio = WavFile::read(path, error);
     if (!audio)
@@ -157,11 +165,28 @@ std::optional<FileResult> transcribeFile(const QString &path, const EngineChoice
     }
     const double prepareSeconds = double(clock.nsecsElapsed()) / 1e9;
     clock.restart();
-    for (uint32_t first = 0; first < audio->frames(); first += kDeviceBufferFrames)
-        transcriber->feed(audio->slice(first, kDeviceBufferFrames));
+    // A microphone hands over about 43 ms at a time (2048 frames at 48 kHz), each once spoken.
+    const uint32_t frames = realtime
+                                ? uint32_t(std::lround(audio->format.sampleRate * 2048.0 / 48000.0))
+                                : kDeviceBufferFrames;
+    const auto start = std::chrono::steady_clock::now();
+    for (uint32_t first = 0; first < audio->frames(); first += frames) {
+        const AudioBuffer buffer = audio->slice(first, frames);
+        if (realtime) {
+            const double spoken = (first + buffer.frameLength()) / audio->format.sampleRate;
+            std::this_thread::sleep_until(start +
+                                          std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                              std::chrono::duration<double>(spoken)));
+        }
+        transcriber->feed(buffer);
+    }
+    QElapsedTimer release;
+    release.start();
     FileResult result;
     result.text = QCoro::waitFor(transcriber->finish());
     result.processingSeconds = double(clock.nsecsElapsed()) / 1e9;
+    if (realtime)
+        result.releaseToTextSeconds = double(release.nsecsElapsed()) / 1e9;
     result.prepareSeconds = prepareSeconds;
     result.audioSeconds = audio->durationSeconds();
     result.phrases = timings.take();
@@ -185,6 +210,8 @@ QJsonObject toJson(const QString &path, const FileResult &result)
         {"inferenceSeconds", inference},
         {"realTimeFactor", result.audioSeconds > 0 ? inference / result.audioSeconds : 0},
         {"phrases", phrases}};
+    if (result.releaseToTextSeconds)
+        file.insert("releaseToTextSeconds", *result.releaseToTextSeconds);
     if (result.failure)
         file.insert("error", *result.failure);
     return file;
@@ -212,6 +239,9 @@ int main(int argc, char **argv)
                       QStringLiteral("id"), QStringLiteral("en-US")});
     parser.addOption({QStringLiteral("json"),
                       QStringLiteral("Print the text with per-phrase timings as JSON.")});
+    parser.addOption({QStringLiteral("realtime"),
+                      QStringLiteral("Feed each file at the pace of a microphone and report the "
+                                     "wait from its end to the text.")});
     parser.addPositionalArgument(QStringLiteral("files"), QStringLiteral("WAV files."),
                                  QStringLiteral("FILE..."));
     parser.process(app);
@@ -230,6 +260,7 @@ int main(int argc, char **argv)
                               parser.value(QStringLiteral("model")),
                               parser.value(QStringLiteral("language"))};
     const bool json = parser.isSet(QStringLiteral("json"));
+    const bool realtime = parser.isSet(QStringLiteral("realtime"));
 
     // Check the engine and load the model once, up front: a bad folder is one clear error
     // rather than a failure per phrase, and the load time is reported on its own.
@@ -258,7 +289,7 @@ int main(int argc, char **argv)
     double totalAudio = 0;
     double totalInference = 0;
     for (const QString &path : files) {
-        const auto result = transcribeFile(path, choice, &error);
+        const auto result = transcribeFile(path, choice, realtime, &error);
         if (!result) {
             status = kFailed;
             fail(error, kFailed);
@@ -278,6 +309,12 @@ int main(int argc, char **argv)
             results.append(toJson(path, *result));
         else
             out << result->text << Qt::endl;
+        if (realtime && !json) {
+            err << QStringLiteral("%1: %2 s from the end of the audio to the text")
+                       .arg(QFileInfo(path).fileName())
+                       .arg(*result->releaseToTextSeconds, 0, 'f', 2)
+                << Qt::endl;
+        }
     }
 
     if (json) {

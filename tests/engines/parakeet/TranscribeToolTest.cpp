@@ -1,5 +1,6 @@
 #include "ParakeetFixtures.h"
 
+#include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -61,6 +62,28 @@ TEST(TranscribeTool, PrintsTheTextOfEachFilePhraseByPhrase)
     ASSERT_EQ(phrases.size(), 2);
     for (int i = 0; i < 2; ++i)
         EXPECT_EQ(phrases[i].toObject()["text"].toString(), sentence.phrases[i]);
+    EXPECT_FALSE(file.contains("releaseToTextSeconds")); // only when paced
+}
+
+TEST(TranscribeTool, RealtimePacesTheFileAndReportsTheWaitAfterItsEnd)
+{
+    const auto &sentence = ToneSentence::load();
+    const QString wav = fixturePath("sentence.wav");
+    QElapsedTimer clock;
+    clock.start();
+    const ToolRun run =
+        transcribe({"--realtime", "--json", "--model", fixturePath("community"), wav});
+    const double elapsed = double(clock.elapsed()) / 1000;
+    ASSERT_EQ(run.exitCode, 0);
+    const QJsonObject file =
+        QJsonDocument::fromJson(run.out.toUtf8()).object()["files"].toArray()[0].toObject();
+    EXPECT_EQ(file["text"].toString(), sentence.text);
+    // Fed no faster than it was spoken; the wait is measured from the end of the audio.
+    const double audio = file["audioSeconds"].toDouble();
+    const double wait = file["releaseToTextSeconds"].toDouble(-1);
+    EXPECT_GE(elapsed, audio);
+    EXPECT_GE(wait, 0.0);
+    EXPECT_LT(wait, elapsed - audio + 0.5);
 }
 
 TEST(TranscribeTool, BadInputIsAOneLineErrorAndAFailingExit)

@@ -16,7 +16,6 @@ Ort::Session open(Ort::Env &env, const std::string &path, int threads)
 }
 
 constexpr int64_t kBlank = 8192;
-constexpr int64_t kSignal = 240000;
 
 } // namespace
 
@@ -27,16 +26,21 @@ BareOnnxTranscriber::BareOnnxTranscriber(const std::string &folder)
     m_encoder = open(m_env, folder + "/Encoder.onnx", int(std::thread::hardware_concurrency()));
     m_decoder = open(m_env, folder + "/Decoder.onnx", 1);
     m_joint = open(m_env, folder + "/JointDecisionv3.onnx", 1);
+    const auto signalShape =
+        m_preprocessor.GetInputTypeInfo(0).GetTensorTypeAndShapeInfo().GetShape();
+    m_fixedSignal = std::max<int64_t>(0, signalShape.at(1));
 }
 
 std::vector<int64_t> BareOnnxTranscriber::tokens(const std::vector<float> &samples)
 {
     const auto memory = Ort::MemoryInfo::CreateCpu(OrtArenaAllocator, OrtMemTypeDefault);
-    const int64_t length = std::min<int64_t>(int64_t(samples.size()), kSignal);
-    std::vector<float> signal(kSignal, 0.0f);
+    const int64_t length = m_fixedSignal > 0
+                               ? std::min<int64_t>(int64_t(samples.size()), m_fixedSignal)
+                               : int64_t(samples.size());
+    std::vector<float> signal(size_t(m_fixedSignal > 0 ? m_fixedSignal : length), 0.0f);
     std::copy_n(samples.begin(), length, signal.begin());
     std::vector<int32_t> signalLength{int32_t(length)};
-    const std::vector<int64_t> signalShape{1, kSignal};
+    const std::vector<int64_t> signalShape{1, int64_t(signal.size())};
     const std::vector<int64_t> one{1};
 
     std::vector<Ort::Value> inputs;

@@ -11,7 +11,7 @@ class BareOnnxTranscriber
 {
 public:
     explicit BareOnnxTranscriber(const std::string &folder);
-    // Token ids for 16 kHz samples (at most 15 s).
+    // Token ids for 16 kHz samples (at most 15 s for a preprocessor of fixed length).
     std::vector<int64_t> tokens(const std::vector<float> &samples);
 
 private:
@@ -20,4 +20,5 @@ private:
     Ort::Session m_encoder{nullptr};
     Ort::Session m_decoder{nullptr};
     Ort::Session m_joint{nullptr};
+    int64_t m_fixedSignal = 0; // the preprocessor's fixed input length, or 0 for any length
 };

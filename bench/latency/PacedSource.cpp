@@ -16,18 +16,6 @@ PacedSource::~PacedSource()
     stop();
 }
 
-std::optional<PacedSource::Clock::time_point> PacedSource::startedAt() const
-{
-    std::lock_guard lock(m_lock);
-    return m_startedAt;
-}
-
-std::optional<PacedSource::Clock::time_point> PacedSource::firstBufferAt() const
-{
-    std::lock_guard lock(m_lock);
-    return m_firstBufferAt;
-}
-
 QList<InputDevices::Device> PacedSource::inputs() const
 {
     return {{QStringLiteral("paced"), QStringLiteral("Recording played at real time")}};
@@ -42,11 +30,6 @@ void PacedSource::start(const QString &, Tap tap)
 {
     stop();
     const Clock::time_point origin = Clock::now();
-    {
-        std::lock_guard lock(m_lock);
-        m_startedAt = origin;
-        m_firstBufferAt.reset();
-    }
     m_player = std::jthread(
         [this, tap = std::move(tap), origin](std::stop_token stop) { play(stop, tap, origin); });
 }
@@ -72,10 +55,6 @@ void PacedSource::play(std::stop_token stop, Tap tap, Clock::time_point origin)
         std::this_thread::sleep_until(due);
         if (stop.stop_requested())
             return;
-        if (sent == 0) {
-            std::lock_guard lock(m_lock);
-            m_firstBufferAt = Clock::now();
-        }
         tap(AudioBuffer::fromMono(m_sampleRate, std::span(m_samples).subspan(sent, count)));
         sent += count;
     }

@@ -2,11 +2,8 @@
 
 #include "dictation/AudioEngine.h"
 
-#include <atomic>
 #include <chrono>
 #include <functional>
-#include <mutex>
-#include <optional>
 #include <thread>
 #include <vector>
 
@@ -15,8 +12,7 @@ namespace vocari::bench {
 // A capture device that plays a recording at the pace of a microphone: from start() on, one
 // buffer of about 43 ms (what the system's capture hands over at 48 kHz) each time that much
 // time has passed, on a thread of its own, until the recording ends; then onEnd runs on the
-// main thread, where the benchmark releases the key. It notes when start() was called and when
-// the first buffer went to the tap.
+// main thread, where the benchmark releases the key.
 class PacedSource final : public AudioEngine
 {
     Q_OBJECT
@@ -28,8 +24,6 @@ public:
     ~PacedSource() override;
 
     void setOnEnd(std::function<void()> onEnd) { m_onEnd = std::move(onEnd); }
-    std::optional<Clock::time_point> startedAt() const;
-    std::optional<Clock::time_point> firstBufferAt() const;
 
     bool hasDefaultInput() const override { return true; }
     QList<InputDevices::Device> inputs() const override;
@@ -43,10 +37,6 @@ private:
     const double m_sampleRate;
     const std::vector<float> m_samples;
     std::function<void()> m_onEnd;
-
-    mutable std::mutex m_lock;
-    std::optional<Clock::time_point> m_startedAt;
-    std::optional<Clock::time_point> m_firstBufferAt;
     std::jthread m_player; // last: joins before the rest goes
 };
 

@@ -7,7 +7,7 @@
 #
 #   bench/dictation_latency.sh [BUILD_DIR] [bench_dictation_latency options]
 #
-# About six minutes: every dictation runs at the pace of speech. Needs espeak-ng, sox and
+# About twelve minutes: every dictation runs at the pace of speech. Needs espeak-ng, sox and
 # pulseaudio (scripts/setup installs them). Not run by CI.
 set -euo pipefail
 export LC_ALL=C

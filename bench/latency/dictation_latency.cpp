@@ -356,8 +356,8 @@ int main(int argc, char **argv)
         for (double length : lengths) {
             const std::vector<float> audio = dictationAudio(wav->samples, points, length);
             const double spoken = double(audio.size()) / kRate;
-            // Short dictations vary most from run to run: several, the median.
-            const int runs = length < 5 ? 5 : length < 20 ? 3 : 1;
+            // Every figure is the median of several runs; the short ones vary most.
+            const int runs = length < 5 ? 5 : 3;
             std::vector<double> latencies;
             qsizetype words = 0;
             for (int run = 0; run < runs; ++run) {

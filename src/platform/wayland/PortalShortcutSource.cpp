@@ -1,0 +1,296 @@
+#include "platform/wayland/PortalShortcutSource.h"
+
+#include "platform/wayland/PortalRequest.h"
+#include "platform/wayland/ShortcutSession.h"
+#include "platform/wayland/ShortcutTrigger.h"
+
+#include <QDBusMessage>
+#include <QDBusVariant>
+#include <QSet>
+
+using namespace std::chrono_literals;
+
+namespace vocari {
+
+namespace {
+
+const QString shortcutsInterface = QStringLiteral("org.freedesktop.portal.GlobalShortcuts");
+const QString dictateId = QStringLiteral("dictate");
+const QString cancelId = QStringLiteral("cancel");
+
+// How long the portal may take to say whether it is there at all (it may be starting).
+constexpr int lookTimeoutMs = 5000;
+// A portal that did not answer, or a binding that failed, is not tried again sooner.
+constexpr auto holdAfterFailure = 30s;
+
+PortalShortcut shortcut(const QString &id, const QString &description, const QString &trigger)
+{
+    QVariantMap properties{{QStringLiteral("description"), description}};
+    if (!trigger.isEmpty())
+        properties.insert(QStringLiteral("preferred_trigger"), trigger);
+    return {id, properties};
+}
+
+// Errors that mean the portal, or its global-shortcuts interface, is not there.
+bool meansAbsent(const QString &errorName)
+{
+    static const QSet<QString> names{
+        QStringLiteral("org.freedesktop.DBus.Error.ServiceUnknown"),
+        QStringLiteral("org.freedesktop.DBus.Error.NameHasNoOwner"),
+        QStringLiteral("org.freedesktop.DBus.Error.UnknownObject"),
+        QStringLiteral("org.freedesktop.DBus.Error.UnknownInterface"),
+        QStringLiteral("org.freedesktop.DBus.Error.UnknownProperty"),
+        QStringLiteral("org.freedesktop.DBus.Error.UnknownMethod"),
+        QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs"),
+    };
+    return names.contains(errorName);
+}
+
+} // namespace
+
+PortalShortcutSource::PortalShortcutSource(const QDBusConnection &bus, QObject *parent)
+    : QObject(parent), m_bus(bus), m_timeout(PortalRequest::defaultTimeout)
+{
+    // close() and open() come in pairs when the monitor restarts: the session outlives the
+    // close() until the event loop runs again, so that the open() can take it back.
+    m_release.setSingleShot(true);
+    m_release.setInterval(0);
+    connect(&m_release, &QTimer::timeout, this, [this] { dropDictation(); });
+}
+
+PortalShortcutSource::~PortalShortcutSource() = default;
+
+QString PortalShortcutSource::noShortcutsMessage()
+{
+    return QStringLiteral("This desktop offers programs no global shortcuts: bind “vocari "
+                          "toggle” to a key in its keyboard settings.");
+}
+
+void PortalShortcutSource::watchHotkey(const Hotkey &hotkey)
+{
+    m_hotkey = hotkey;
+}
+
+bool PortalShortcutSource::open(Sink sink)
+{
+    m_release.stop();
+    if (!m_refusal.isEmpty()) {
+        m_error = m_refusal;
+        return false;
+    }
+    if (!portalAvailable())
+        return false;
+    if (m_dictation && !(m_boundHotkey == m_hotkey))
+        dropDictation();
+    if (!m_dictation) {
+        // m_error still says why the last binding failed.
+        if (!m_failedHold.hasExpired())
+            return false;
+        bindDictation();
+    }
+    m_sink = std::move(sink);
+    m_open = true;
+    m_error.clear();
+    return true;
+}
+
+void PortalShortcutSource::close()
+{
+    m_open = false;
+    m_sink = nullptr;
+    dropCancel();
+    if (m_dictation)
+        m_release.start();
+}
+
+bool PortalShortcutSource::isOpen() const
+{
+    return m_open && m_dictation;
+}
+
+std::vector<GrabFailure> PortalShortcutSource::setGrabs(const std::vector<KeyGrab> &grabs)
+{
+    std::vector<GrabFailure> failures;
+    bool escape = false;
+    for (const KeyGrab &grab : grabs) {
+        const bool dictationKey = !m_boundHotkey.modifierOnly && !grab.anyModifiers &&
+                                  grab.keyCode == m_boundHotkey.keyCode &&
+                                  grab.modifiers == (m_boundHotkey.modifiers & Modifier::mask);
+        if (grab.keyCode == KeyCode::escape) {
+            escape = true;
+            if (!m_cancelProblem.isEmpty())
+                failures.push_back({grab, GrabFailure::Reason::refused});
+        } else if (!dictationKey) {
+            failures.push_back({grab, GrabFailure::Reason::refused});
+        }
+    }
+    if (escape && m_cancelProblem.isEmpty() && isOpen())
+        bindCancel();
+    else if (!escape)
+        dropCancel();
+    return failures;
+}
+
+void PortalShortcutSource::retry()
+{
+    m_refusal.clear();
+    m_failedHold = QDeadlineTimer();
+    m_cancelProblem.clear();
+    if (m_availability != Availability::present)
+        m_availability = Availability::unknown;
+    m_lookAgain = QDeadlineTimer();
+}
+
+bool PortalShortcutSource::portalAvailable()
+{
+    if (m_availability == Availability::present)
+        return true;
+    if (m_availability == Availability::absent) {
+        m_error = noShortcutsMessage();
+        return false;
+    }
+    // m_error still says why the last look went unanswered.
+    if (!m_lookAgain.hasExpired())
+        return false;
+
+    // Asked once and kept: a portal does not gain or lose interfaces while it runs. A blocking
+    // call, as the answer decides what open() returns; the portal answers it without asking
+    // the user anything.
+    QDBusMessage get = QDBusMessage::createMethodCall(
+        QLatin1String(Portal::service), QLatin1String(Portal::path),
+        QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
+    get.setArguments({shortcutsInterface, QStringLiteral("version")});
+    const QDBusMessage reply = m_bus.call(get, QDBus::Block, lookTimeoutMs);
+    if (reply.type() == QDBusMessage::ReplyMessage) {
+        const uint version = reply.arguments().value(0).value<QDBusVariant>().variant().toUInt();
+        qCInfo(lcWayland, "the desktop offers global shortcuts (portal version %u)", version);
+        m_availability = Availability::present;
+        return true;
+    }
+    if (meansAbsent(reply.errorName())) {
+        qCInfo(lcWayland).noquote() << "no global-shortcuts portal:" << reply.errorMessage();
+        m_availability = Availability::absent;
+        m_error = noShortcutsMessage();
+        return false;
+    }
+    m_error = tr("The desktop portal did not answer: %1").arg(reply.errorMessage());
+    m_lookAgain = QDeadlineTimer(holdAfterFailure);
+    return false;
+}
+
+void PortalShortcutSource::bindDictation()
+{
+    const QString trigger = shortcutTrigger(m_hotkey);
+    qCInfo(lcWayland).noquote() << "asking the desktop for the dictation shortcut"
+                                << (trigger.isEmpty() ? m_hotkey.label() : trigger);
+    m_boundHotkey = m_hotkey;
+    m_dictation = new ShortcutSession(
+        m_bus, {shortcut(dictateId, tr("Dictate with Vocari"), trigger)}, m_timeout, this);
+    connect(m_dictation, &ShortcutSession::ended, this, &PortalShortcutSource::onDictationEnded);
+    connect(m_dictation, &ShortcutSession::triggersChanged, this,
+            &PortalShortcutSource::onTriggersChanged);
+    connect(m_dictation, &ShortcutSession::activated, this, [this](const QString &id) {
+        if (id != dictateId)
+            return;
+        if (m_boundHotkey.modifierOnly)
+            deliver({KeyEvent::Kind::press, KeyEvent::Route::observed, m_boundHotkey.keyCode});
+        else
+            deliver({KeyEvent::Kind::press, KeyEvent::Route::grabbed, m_boundHotkey.keyCode,
+                     m_boundHotkey.modifiers & Modifier::mask});
+    });
+    connect(m_dictation, &ShortcutSession::deactivated, this, [this](const QString &id) {
+        if (id != dictateId)
+            return;
+        deliver({KeyEvent::Kind::release,
+                 m_boundHotkey.modifierOnly ? KeyEvent::Route::observed : KeyEvent::Route::grabbed,
+                 m_boundHotkey.keyCode});
+    });
+}
+
+void PortalShortcutSource::onDictationEnded(bool refused, const QString &error)
+{
+    if (refused) {
+        m_refusal = tr("The dictation shortcut was declined on the desktop's prompt; ask for it "
+                       "again from Vocari's settings.");
+        m_error = m_refusal;
+    } else {
+        m_error = tr("The desktop did not bind the dictation shortcut: %1").arg(error);
+        m_failedHold = QDeadlineTimer(holdAfterFailure);
+    }
+    qCWarning(lcWayland).noquote() << m_error;
+    const bool wasOpen = m_open;
+    m_open = false;
+    m_sink = nullptr;
+    dropDictation();
+    dropCancel();
+    if (wasOpen)
+        emit failed();
+}
+
+void PortalShortcutSource::onTriggersChanged()
+{
+    const QString trigger = m_dictation ? m_dictation->triggerDescription(dictateId) : QString();
+    if (trigger == m_trigger)
+        return;
+    m_trigger = trigger;
+    qCInfo(lcWayland).noquote() << "the desktop binds dictation to" << trigger;
+    emit triggerDescriptionChanged(trigger);
+}
+
+void PortalShortcutSource::dropDictation()
+{
+    m_release.stop();
+    if (!m_dictation)
+        return;
+    // Deleted later: this may run inside one of the session's own signals.
+    m_dictation->disconnect(this);
+    m_dictation->close();
+    m_dictation->deleteLater();
+    m_dictation = nullptr;
+}
+
+void PortalShortcutSource::bindCancel()
+{
+    if (m_cancel)
+        return;
+    m_cancel = new ShortcutSession(
+        m_bus, {shortcut(cancelId, tr("Cancel dictation"), QStringLiteral("Escape"))}, m_timeout,
+        this);
+    connect(m_cancel, &ShortcutSession::ended, this, &PortalShortcutSource::onCancelEnded);
+    connect(m_cancel, &ShortcutSession::activated, this, [this](const QString &id) {
+        if (id == cancelId)
+            deliver({KeyEvent::Kind::press, KeyEvent::Route::grabbed, KeyCode::escape});
+    });
+    connect(m_cancel, &ShortcutSession::deactivated, this, [this](const QString &id) {
+        if (id == cancelId)
+            deliver({KeyEvent::Kind::release, KeyEvent::Route::grabbed, KeyCode::escape});
+    });
+}
+
+void PortalShortcutSource::onCancelEnded(bool refused, const QString &error)
+{
+    m_cancelProblem = refused ? tr("it was declined on the desktop's prompt") : error;
+    qCWarning(lcWayland).noquote() << "Escape cannot be bound as a shortcut:" << m_cancelProblem;
+    dropCancel();
+}
+
+void PortalShortcutSource::dropCancel()
+{
+    if (!m_cancel)
+        return;
+    m_cancel->disconnect(this);
+    m_cancel->close();
+    m_cancel->deleteLater();
+    m_cancel = nullptr;
+}
+
+void PortalShortcutSource::deliver(const KeyEvent &event)
+{
+    if (!m_open || !m_sink)
+        return;
+    // A copy: the sink may close the source while it runs.
+    const Sink sink = m_sink;
+    sink(event);
+}
+
+} // namespace vocari

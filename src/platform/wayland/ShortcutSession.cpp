@@ -1,0 +1,187 @@
+#include "platform/wayland/ShortcutSession.h"
+
+#include "platform/wayland/PortalRequest.h"
+#include "platform/wayland/PortalSession.h"
+
+#include <QDBusMetaType>
+#include <QDBusObjectPath>
+
+namespace vocari {
+
+namespace {
+
+const QString shortcutsInterface = QStringLiteral("org.freedesktop.portal.GlobalShortcuts");
+
+} // namespace
+
+QDBusArgument &operator<<(QDBusArgument &argument, const PortalShortcut &shortcut)
+{
+    argument.beginStructure();
+    argument << shortcut.id << shortcut.properties;
+    argument.endStructure();
+    return argument;
+}
+
+const QDBusArgument &operator>>(const QDBusArgument &argument, PortalShortcut &shortcut)
+{
+    argument.beginStructure();
+    argument >> shortcut.id >> shortcut.properties;
+    argument.endStructure();
+    return argument;
+}
+
+void registerPortalShortcutTypes()
+{
+    static const bool registered = [] {
+        qDBusRegisterMetaType<PortalShortcut>();
+        qDBusRegisterMetaType<QList<PortalShortcut>>();
+        return true;
+    }();
+    Q_UNUSED(registered);
+}
+
+ShortcutSession::ShortcutSession(const QDBusConnection &bus, const QList<PortalShortcut> &shortcuts,
+                                 std::chrono::milliseconds timeout, QObject *parent)
+    : QObject(parent), m_bus(bus), m_shortcuts(shortcuts), m_timeout(timeout)
+{
+    registerPortalShortcutTypes();
+    follow(true);
+    const QString token = Portal::newToken();
+    // Portals that leave the handle out of their answer use the one the token makes.
+    const QString predicted = QStringLiteral("%1/session/%2/%3")
+                                  .arg(QLatin1String(Portal::path), Portal::senderPart(bus), token);
+    m_request = PortalRequest::start(
+        m_bus, shortcutsInterface, QStringLiteral("CreateSession"), {},
+        {{QStringLiteral("session_handle_token"), token}}, this,
+        [this, predicted](const PortalResponse &response) { onCreated(response, predicted); },
+        m_timeout);
+}
+
+ShortcutSession::~ShortcutSession()
+{
+    close();
+}
+
+QString ShortcutSession::handle() const
+{
+    return m_session ? m_session->handle() : QString();
+}
+
+QString ShortcutSession::triggerDescription(const QString &id) const
+{
+    const auto trigger = m_triggers.find(id);
+    return trigger == m_triggers.end() ? QString() : trigger->second;
+}
+
+void ShortcutSession::onCreated(const PortalResponse &response, const QString &predictedHandle)
+{
+    if (response.status != PortalResponse::Status::success) {
+        end(response.status == PortalResponse::Status::cancelled, response.error);
+        return;
+    }
+    QString handle = PortalSession::handleFrom(response.results);
+    if (handle.isEmpty())
+        handle = predictedHandle;
+    m_session = new PortalSession(m_bus, handle, this);
+    connect(m_session, &PortalSession::closedByDesktop, this,
+            [this] { end(false, tr("The desktop closed the shortcut session.")); });
+
+    m_request = PortalRequest::start(
+        m_bus, shortcutsInterface, QStringLiteral("BindShortcuts"),
+        {QVariant::fromValue(QDBusObjectPath(handle)), QVariant::fromValue(m_shortcuts), QString()},
+        {}, this, [this](const PortalResponse &response) { onBound(response); }, m_timeout);
+}
+
+void ShortcutSession::onBound(const PortalResponse &response)
+{
+    if (response.status != PortalResponse::Status::success) {
+        end(response.status == PortalResponse::Status::cancelled, response.error);
+        return;
+    }
+    m_state = State::bound;
+    takeTriggers(response.results.value(QStringLiteral("shortcuts")));
+    emit bound();
+}
+
+void ShortcutSession::close()
+{
+    if (m_state == State::ended)
+        return;
+    m_state = State::ended;
+    if (m_request)
+        m_request->abandon();
+    if (m_session)
+        m_session->close();
+    follow(false);
+}
+
+void ShortcutSession::end(bool refused, const QString &error)
+{
+    if (m_state == State::ended)
+        return;
+    close();
+    emit ended(refused, error);
+}
+
+bool ShortcutSession::isOurs(const QDBusMessage &message) const
+{
+    // A signal for the session may overtake the answer to the binding, which reaches this
+    // object a turn of the event loop later; the desktop sends it only for bound shortcuts.
+    if (m_state == State::ended || !m_session || message.arguments().size() < 2)
+        return false;
+    return message.arguments().at(0).value<QDBusObjectPath>().path() == handle();
+}
+
+void ShortcutSession::onActivated(const QDBusMessage &message)
+{
+    if (isOurs(message))
+        emit activated(message.arguments().at(1).toString());
+}
+
+void ShortcutSession::onDeactivated(const QDBusMessage &message)
+{
+    if (isOurs(message))
+        emit deactivated(message.arguments().at(1).toString());
+}
+
+void ShortcutSession::onShortcutsChanged(const QDBusMessage &message)
+{
+    if (isOurs(message))
+        takeTriggers(message.arguments().at(1));
+}
+
+void ShortcutSession::takeTriggers(const QVariant &shortcuts)
+{
+    if (!shortcuts.isValid())
+        return;
+    const auto list = qdbus_cast<QList<PortalShortcut>>(shortcuts);
+    bool changed = false;
+    for (const PortalShortcut &shortcut : list) {
+        const QString description =
+            shortcut.properties.value(QStringLiteral("trigger_description")).toString();
+        QString &known = m_triggers[shortcut.id];
+        changed = changed || known != description;
+        known = description;
+    }
+    if (changed)
+        emit triggersChanged();
+}
+
+void ShortcutSession::follow(bool on)
+{
+    static const char *const handlers[][2] = {
+        {"Activated", SLOT(onActivated(QDBusMessage))},
+        {"Deactivated", SLOT(onDeactivated(QDBusMessage))},
+        {"ShortcutsChanged", SLOT(onShortcutsChanged(QDBusMessage))},
+    };
+    for (const auto &[name, method] : handlers) {
+        if (on)
+            m_bus.connect(QLatin1String(Portal::service), QLatin1String(Portal::path),
+                          shortcutsInterface, QLatin1String(name), this, method);
+        else
+            m_bus.disconnect(QLatin1String(Portal::service), QLatin1String(Portal::path),
+                             shortcutsInterface, QLatin1String(name), this, method);
+    }
+}
+
+} // namespace vocari

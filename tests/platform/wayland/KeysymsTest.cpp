@@ -1,0 +1,90 @@
+#include "platform/wayland/Keysyms.h"
+
+#include "platform/wayland/ShortcutTrigger.h"
+
+#include <gtest/gtest.h>
+
+namespace vocari {
+namespace {
+
+// The keysyms of the presses, checking that each press is followed by its release.
+std::vector<std::uint32_t> taps(const std::vector<KeysymEvent> &events)
+{
+    std::vector<std::uint32_t> keysyms;
+    EXPECT_EQ(events.size() % 2, 0u);
+    for (std::size_t i = 0; i + 1 < events.size(); i += 2) {
+        EXPECT_EQ(events[i], (KeysymEvent{events[i].keysym, true}));
+        EXPECT_EQ(events[i + 1], (KeysymEvent{events[i].keysym, false}));
+        keysyms.push_back(events[i].keysym);
+    }
+    return keysyms;
+}
+
+TEST(KeysymsTest, TypingGivesOneTapPerCodePoint)
+{
+    const std::vector<std::uint32_t> expected{'H',  'i',    ',',    ' ',        0xf6,       0xa0,
+                                              0xff, 0xff0d, 0xff09, 0x010020ac, 0x0101f44b, 'x'};
+    EXPECT_EQ(taps(typingKeysyms(QStringLiteral("Hi, ö\u00a0ÿ\n\t€👋x"))), expected);
+    // Carriage return, other control characters, C1 controls, DEL and lone surrogates cannot
+    // be typed and are left out; the rest of the text still is.
+    QString awkward = QStringLiteral("a\r\x01\u0085\u007f");
+    awkward += QChar(0xd83d);
+    awkward += QLatin1Char('b');
+    awkward += QChar(0xdc4b);
+    EXPECT_EQ(taps(typingKeysyms(awkward)), (std::vector<std::uint32_t>{'a', 'b'}));
+    EXPECT_TRUE(typingKeysyms(QString()).empty());
+}
+
+TEST(KeysymsTest, BackspaceAndPasteKeys)
+{
+    EXPECT_EQ(taps(backspaceKeysyms(3)), (std::vector<std::uint32_t>(3, 0xff08)));
+    EXPECT_TRUE(backspaceKeysyms(0).empty());
+
+    using Keys = TextInserter::PasteKeys;
+    EXPECT_EQ(
+        pasteKeysyms(Keys::ctrlV),
+        (std::vector<KeysymEvent>{{0xffe3, true}, {0x76, true}, {0x76, false}, {0xffe3, false}}));
+    EXPECT_EQ(pasteKeysyms(Keys::ctrlShiftV), (std::vector<KeysymEvent>{{0xffe3, true},
+                                                                        {0xffe1, true},
+                                                                        {0x76, true},
+                                                                        {0x76, false},
+                                                                        {0xffe1, false},
+                                                                        {0xffe3, false}}));
+    EXPECT_EQ(pasteKeysyms(Keys::shiftInsert),
+              (std::vector<KeysymEvent>{
+                  {0xffe1, true}, {0xff63, true}, {0xff63, false}, {0xffe1, false}}));
+}
+
+TEST(ShortcutTriggerTest, TriggersUseModifierWordsAndUsKeysymNames)
+{
+    constexpr auto ctrl = Modifier::control, alt = Modifier::alt, shift = Modifier::shift,
+                   super = Modifier::super;
+    const std::pair<Hotkey, const char *> cases[] = {
+        {Hotkey{}, "Alt_R"},
+        {{KeyCode::rightCtrl, 0, true}, "Control_R"},
+        {{KeyCode::rightSuper, 0, true}, "Super_R"},
+        {{KeyCode::leftShift, 0, true}, "Shift_L"},
+        {{KeyCode::space, ctrl | alt, false}, "CTRL+ALT+space"},
+        {{63, 0, false}, "F5"},
+        {{10, super, false}, "LOGO+9"},
+        // A fixed order whatever the bits, and bits beyond the four modifiers ignored.
+        {{30, super | shift | ctrl | 0x1, false}, "CTRL+SHIFT+LOGO+a"},
+        {{189, ctrl | alt | shift | super, false}, "CTRL+ALT+SHIFT+LOGO+F19"},
+        {{26, ctrl, false}, "CTRL+bracketleft"},
+        {{250, ctrl, false}, ""},
+    };
+    for (const auto &[hotkey, trigger] : cases)
+        EXPECT_EQ(shortcutTrigger(hotkey), QString::fromUtf8(trigger))
+            << hotkey.label().toStdString();
+}
+
+TEST(ShortcutTriggerTest, EveryKeyTheSettingsOfferHasAKeysymName)
+{
+    for (const auto &[code, label] : Hotkey::keyNames())
+        EXPECT_FALSE(usKeysymName(code).isEmpty()) << label.toStdString();
+    for (const auto &[code, label] : Hotkey::modifierNames())
+        EXPECT_FALSE(usKeysymName(code).isEmpty()) << label.toStdString();
+}
+
+} // namespace
+} // namespace vocari

@@ -147,6 +147,9 @@ void HotkeyMonitor::noteEscapeGrab(bool wanted, const std::vector<GrabFailure> &
     if (failure && failure->partly)
         qCWarning(lcHotkey, "Escape with some modifiers is held by another program; pressed so, "
                             "it cannot cancel dictation.");
+    else if (failure && failure->reason == GrabFailure::Reason::refused)
+        qCWarning(lcHotkey, "Escape cannot cancel dictation here; the popup's cancel and "
+                            "“vocari cancel” still work.");
     else if (failure)
         qCWarning(lcHotkey, "Escape is held by another program, so it cannot cancel dictation.");
 }

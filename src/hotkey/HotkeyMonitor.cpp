@@ -85,6 +85,7 @@ bool HotkeyMonitor::start(const Hotkey &hotkey)
 {
     stop();
     m_hotkey = hotkey;
+    m_source->watchHotkey(hotkey);
     if (!m_source->open([this](const KeyEvent &event) { return handle(event); })) {
         fail(m_source->errorString());
         return false;

@@ -74,6 +74,12 @@ public:
 
     virtual ~KeyEventSource() = default;
 
+    // The dictation key the monitor is about to watch, told before every open(). A source that
+    // sees only the keys it registered with the desktop (a shortcut service) registers this
+    // one and reports it as its own events: a modifier key alone as observed presses and
+    // releases, any other key as grabbed ones with the key's modifiers. A source that sees
+    // every key ignores it.
+    virtual void watchHotkey(const Hotkey &) {}
     // Starts delivering every key press and release of the session to `sink`, on the main
     // thread. False when the keyboard cannot be watched; errorString() then says why.
     virtual bool open(Sink sink) = 0;
@@ -85,6 +91,10 @@ public:
     // could not be taken, or were taken only in part, and why.
     virtual std::vector<GrabFailure> setGrabs(const std::vector<KeyGrab> &grabs) = 0;
     virtual QString errorString() const = 0;
+    // Whether the user declined the desktop's prompt for the key, which is not shown again by
+    // itself; askAgain() lets the next open() show it once more.
+    virtual bool declined() const { return false; }
+    virtual void askAgain() {}
 };
 
 // Watches the keyboard of the whole session for the dictation key and reports it as pressed and
@@ -129,6 +139,10 @@ public:
     void setHotkey(const Hotkey &hotkey);
     // Why the last start failed, empty after a successful one.
     QString errorString() const { return m_error; }
+    // Whether the user declined the desktop's prompt for the key; askAgain() lets the next
+    // start show it again.
+    bool declined() const { return m_source->declined(); }
+    void askAgain() { m_source->askAgain(); }
 
     // Takes Escape from the focused window while escapeActive() says so, and gives it back when
     // it no longer does. Called by the owner whenever the answer may have changed.

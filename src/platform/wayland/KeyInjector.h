@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QString>
+#include <cstdint>
+#include <vector>
+
+namespace vocari {
+
+// One key going down or up, named by its X keysym (the desktop picks the key that makes it).
+struct KeysymEvent
+{
+    std::uint32_t keysym = 0;
+    bool pressed = true;
+    bool operator==(const KeysymEvent &) const = default;
+};
+
+// Sends keys to the focused window of a Wayland session, where no program may post input to
+// another directly: through the desktop's remote-desktop portal, or a virtual keyboard.
+class KeyInjector
+{
+public:
+    virtual ~KeyInjector() = default;
+
+    // What sends the keys, for the log and the settings ("the desktop's remote-desktop portal").
+    virtual QString name() const = 0;
+    // Whether keys can be sent now. The first call may ask the desktop for access (a dialog the
+    // user answers); until it is answered, and after a refusal, this stays false and
+    // errorString() says why.
+    virtual bool ready() = 0;
+    virtual QString errorString() const = 0;
+    // Sends the events in order. False when nothing could be sent.
+    virtual bool send(const std::vector<KeysymEvent> &events) = 0;
+    // Whether the user declined the desktop's prompt, which is then not shown again by itself;
+    // askAgain() lets the next ready() show it once more.
+    virtual bool declined() const { return false; }
+    virtual void askAgain() {}
+};
+
+} // namespace vocari

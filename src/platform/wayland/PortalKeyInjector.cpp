@@ -38,7 +38,7 @@ QString PortalKeyInjector::name() const
 
 bool PortalKeyInjector::ready()
 {
-    if (m_state == State::idle)
+    if (m_state == State::idle && m_startAgain.hasExpired())
         start();
     return m_state == State::started;
 }
@@ -67,6 +67,7 @@ void PortalKeyInjector::askAgain()
 {
     if (m_state == State::refused)
         m_state = State::idle;
+    m_startAgain = QDeadlineTimer();
 }
 
 void PortalKeyInjector::start()
@@ -144,10 +145,11 @@ void PortalKeyInjector::fail(const PortalResponse &response)
         m_settings->remove(QLatin1String(restoreTokenKey));
     if (response.status == PortalResponse::Status::cancelled) {
         m_state = State::refused;
-        m_error = tr("Keyboard access was declined on the desktop's prompt; choose “Allow input "
-                     "access” in Vocari's settings to be asked again.");
+        m_error = tr("Keyboard access was declined on the desktop's prompt; choose “Ask Again” "
+                     "under Permissions in Vocari's settings to be asked once more.");
     } else {
         m_state = State::idle;
+        m_startAgain = QDeadlineTimer(std::chrono::seconds(30));
         m_error = tr("The desktop did not grant keyboard access: %1").arg(response.error);
     }
     qCWarning(lcWayland).noquote() << m_error;

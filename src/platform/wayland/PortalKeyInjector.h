@@ -3,6 +3,7 @@
 #include "platform/wayland/KeyInjector.h"
 
 #include <QDBusConnection>
+#include <QDeadlineTimer>
 #include <QObject>
 #include <QPointer>
 #include <QString>
@@ -76,6 +77,9 @@ private:
     SettingsStore *m_settings;
     std::chrono::milliseconds m_timeout;
     State m_state = State::idle;
+    // A start that failed for another reason than a refusal is not tried again before this, as
+    // ready() is asked every few seconds.
+    QDeadlineTimer m_startAgain;
     QString m_error;
     QPointer<PortalRequest> m_request;
     PortalSession *m_session = nullptr;

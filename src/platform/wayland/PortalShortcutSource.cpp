@@ -210,8 +210,8 @@ void PortalShortcutSource::bindDictation()
 void PortalShortcutSource::onDictationEnded(bool refused, const QString &error)
 {
     if (refused) {
-        m_refusal = tr("The dictation shortcut was declined on the desktop's prompt; ask for it "
-                       "again from Vocari's settings.");
+        m_refusal = tr("The dictation shortcut was declined on the desktop's prompt; choose “Ask "
+                       "Again” under Permissions in Vocari's settings to be asked once more.");
         m_error = m_refusal;
     } else {
         m_error = tr("The desktop did not bind the dictation shortcut: %1").arg(error);

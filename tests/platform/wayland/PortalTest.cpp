@@ -490,15 +490,20 @@ TEST_F(PortalTest, DeclinedKeyboardIsNotAskedForAgainUntilRetried)
     spin(settle);
     EXPECT_EQ(fake().calls(QStringLiteral("CreateSession")).size(), 1);
 
-    // A failure other than a refusal is tried again at the next use.
+    // A failure other than a refusal is not tried again at once, as the application asks
+    // every few seconds; asking again does.
     fake().setResponse(QStringLiteral("Start"), 2);
     EXPECT_TRUE(injector.declined());
     injector.askAgain();
     EXPECT_FALSE(injector.ready());
     ASSERT_TRUE(waitUntil([&] { return !injector.isStarting(); }));
     EXPECT_FALSE(injector.errorString().contains("declined"));
+    EXPECT_FALSE(injector.ready());
+    spin(settle);
+    EXPECT_EQ(fake().calls(QStringLiteral("CreateSession")).size(), 2);
 
     fake().setResponse(QStringLiteral("Start"), 0);
+    injector.askAgain();
     EXPECT_FALSE(injector.ready());
     ASSERT_TRUE(waitUntil([&] { return injector.ready(); }));
     EXPECT_EQ(fake().calls(QStringLiteral("CreateSession")).size(), 3);

@@ -1,0 +1,203 @@
+// Text into the window in front on Wayland, on a scripted key injector and clipboard: pasting
+// through a data-control clipboard (and giving the user's content back), typing where there is
+// none, erasing only what this program typed last, and what input access reports.
+
+#include "platform/wayland/WaylandDesktopServices.h"
+
+#include "platform/wayland/Keysyms.h"
+#include "platform/wayland/SessionKind.h"
+#include "platform/wayland/WtypeKeyInjector.h"
+#include "support/EventLoop.h"
+#include "support/ScopedSettings.h"
+
+#include <gtest/gtest.h>
+
+using namespace std::chrono_literals;
+
+namespace vocari::test {
+namespace {
+
+struct ScriptedInjector final : KeyInjector
+{
+    bool isReady = true;
+    bool wasDeclined = false;
+    int asked = 0;
+    std::vector<KeysymEvent> sent;
+
+    QString name() const override { return QStringLiteral("scripted keys"); }
+    bool ready() override { return isReady; }
+    QString errorString() const override
+    {
+        return isReady ? QString() : QStringLiteral("Keyboard access was declined.");
+    }
+    bool send(const std::vector<KeysymEvent> &events) override
+    {
+        if (!isReady)
+            return false;
+        sent.insert(sent.end(), events.begin(), events.end());
+        return true;
+    }
+    bool declined() const override { return wasDeclined; }
+    void askAgain() override { ++asked; }
+};
+
+struct ScriptedClipboard final : ClipboardAccess
+{
+    ClipboardContent content{QStringLiteral("image/png"), QByteArrayLiteral("\x89PNG user")};
+    int saves = 0;
+
+    std::optional<ClipboardContent> save() override
+    {
+        ++saves;
+        return content;
+    }
+    bool setText(const QString &text) override
+    {
+        content = {QStringLiteral("text/plain;charset=utf-8"), text.toUtf8()};
+        return true;
+    }
+    bool restore(const ClipboardContent &saved) override
+    {
+        content = saved;
+        return true;
+    }
+};
+
+class WaylandDesktop : public ::testing::Test
+{
+protected:
+    void make(bool withClipboard)
+    {
+        auto keys = std::make_unique<ScriptedInjector>();
+        m_keys = keys.get();
+        std::unique_ptr<ClipboardAccess> clipboard;
+        if (withClipboard) {
+            clipboard = std::make_unique<ScriptedClipboard>();
+            m_clipboard = static_cast<ScriptedClipboard *>(clipboard.get());
+        }
+        m_desktop = std::make_unique<WaylandDesktopServices>(
+            std::move(keys), std::move(clipboard),
+            [this](const QString &text) { m_fallbackCopies.append(text); });
+    }
+
+    ScopedSettings m_settings;
+    ScriptedInjector *m_keys = nullptr;
+    ScriptedClipboard *m_clipboard = nullptr;
+    QStringList m_fallbackCopies;
+    std::unique_ptr<WaylandDesktopServices> m_desktop;
+};
+
+TEST_F(WaylandDesktop, PasteGoesThroughTheClipboardAndGivesTheUsersContentBack)
+{
+    make(true);
+    const ClipboardContent users = m_clipboard->content;
+    m_desktop->paste(QStringLiteral("first"));
+    EXPECT_EQ(m_clipboard->content.bytes, QByteArray("first"));
+    EXPECT_EQ(m_keys->sent, pasteKeysyms(TextInserter::PasteKeys::ctrlV));
+
+    // A second paste within the delay keeps what the user had before the first.
+    spin(200ms);
+    m_desktop->paste(QStringLiteral("second"));
+    EXPECT_EQ(m_clipboard->saves, 1);
+    EXPECT_EQ(m_clipboard->content.bytes, QByteArray("second"));
+    ASSERT_TRUE(waitUntil([&] { return !m_desktop->restorePending(); }, 2s));
+    EXPECT_EQ(m_clipboard->content.type, users.type);
+    EXPECT_EQ(m_clipboard->content.bytes, users.bytes);
+
+    // The settings' shortcut is used, and "keep on clipboard" leaves the text there.
+    m_keys->sent.clear();
+    m_settings.store().setValue(QStringLiteral("pasteShortcut"), QStringLiteral("ctrlShiftV"));
+    m_settings.store().setValue(QStringLiteral("keepOnClipboard"), true);
+    m_desktop->paste(QStringLiteral("kept"));
+    EXPECT_EQ(m_keys->sent, pasteKeysyms(TextInserter::PasteKeys::ctrlShiftV));
+    EXPECT_FALSE(m_desktop->restorePending());
+    EXPECT_EQ(m_clipboard->content.bytes, QByteArray("kept"));
+}
+
+TEST_F(WaylandDesktop, WithoutAClipboardTheTextIsTyped)
+{
+    make(false);
+    m_desktop->paste(QStringLiteral("Hi ö"));
+    EXPECT_EQ(m_keys->sent, typingKeysyms(QStringLiteral("Hi ö")));
+    // Copying for the user falls back to the windows' clipboard.
+    m_desktop->copyToClipboard(QStringLiteral("left for you"));
+    EXPECT_EQ(m_fallbackCopies, QStringList{QStringLiteral("left for you")});
+}
+
+TEST_F(WaylandDesktop, EraseTakesBackOnlyWhatWasTypedLast)
+{
+    make(true);
+    // One BackSpace per code point: the emoji is one, though two UTF-16 units.
+    const qsizetype first = m_desktop->type(QStringLiteral("Hello 👋"));
+    EXPECT_EQ(first, 7);
+    const qsizetype second = m_desktop->type(QStringLiteral(" there\r\nfriend"));
+    EXPECT_EQ(second, 13); // CR LF is one Return
+    m_keys->sent.clear();
+    m_desktop->erase(first + second);
+    EXPECT_EQ(m_keys->sent, backspaceKeysyms(first + second));
+
+    // Something else sent after the typing: the typed text may no longer be where it was.
+    const qsizetype typed = m_desktop->type(QStringLiteral("gone"));
+    m_desktop->paste(QStringLiteral("other"));
+    m_keys->sent.clear();
+    m_desktop->erase(typed);
+    EXPECT_TRUE(m_keys->sent.empty());
+}
+
+TEST_F(WaylandDesktop, DeclinedKeysLeaveTheKeyWatchedAndTheTextCopyable)
+{
+    make(true);
+    m_keys->isReady = false;
+    m_keys->wasDeclined = true;
+    const InputAccessState access = m_desktop->inputAccess();
+    EXPECT_FALSE(access.granted);
+    EXPECT_EQ(access.explanation, QStringLiteral("Keyboard access was declined."));
+    EXPECT_TRUE(access.keysWithoutAccess);
+    EXPECT_TRUE(m_desktop->declined());
+    m_desktop->askAgain();
+    EXPECT_EQ(m_keys->asked, 1);
+
+    // Typing fails without losing count of what is on screen; copying still works.
+    EXPECT_EQ(m_desktop->type(QStringLiteral("lost")), 0);
+    m_desktop->copyToClipboard(QStringLiteral("safe"));
+    EXPECT_EQ(m_clipboard->content.bytes, QByteArray("safe"));
+    EXPECT_TRUE(m_fallbackCopies.isEmpty());
+}
+
+TEST(SessionKindTest, TheSessionTypeDecidesThenTheDisplays)
+{
+    const auto detect = [](std::initializer_list<std::pair<const char *, const char *>> vars) {
+        QProcessEnvironment environment;
+        for (const auto &[name, value] : vars)
+            environment.insert(QLatin1String(name), QLatin1String(value));
+        return SessionKind::detect(environment);
+    };
+    EXPECT_TRUE(detect({{"XDG_SESSION_TYPE", "wayland"}, {"DISPLAY", ":0"}}).isWayland());
+    EXPECT_TRUE(detect({{"XDG_SESSION_TYPE", "Wayland"}}).isWayland());
+    // An X11 session of a desktop that also runs a Wayland compositor nested somewhere.
+    EXPECT_FALSE(
+        detect({{"XDG_SESSION_TYPE", "x11"}, {"WAYLAND_DISPLAY", "wayland-0"}}).isWayland());
+    const SessionKind tty = detect({{"XDG_SESSION_TYPE", "tty"}, {"WAYLAND_DISPLAY", "wayland-1"}});
+    EXPECT_TRUE(tty.isWayland());
+    EXPECT_EQ(tty.reason, QStringLiteral("WAYLAND_DISPLAY is wayland-1"));
+    EXPECT_FALSE(detect({{"DISPLAY", ":1"}}).isWayland());
+    EXPECT_FALSE(detect({}).isWayland());
+}
+
+TEST(WtypeKeyInjectorTest, ModifiersAreSwitchesAndKeysAreHexNames)
+{
+    std::vector<KeysymEvent> events = pasteKeysyms(TextInserter::PasteKeys::ctrlShiftV);
+    const std::vector<KeysymEvent> wave = typingKeysyms(QStringLiteral("👋"));
+    events.insert(events.end(), wave.begin(), wave.end());
+    EXPECT_EQ(WtypeKeyInjector::arguments(events).join(u' '),
+              QStringLiteral("-M ctrl -M shift -P 0x00000076 -p 0x00000076 -m shift -m ctrl "
+                             "-P 0x0101f44b -p 0x0101f44b"));
+    // Without the compositor's virtual keyboard nothing is sent, and the user is told why.
+    WtypeKeyInjector unsupported(false);
+    EXPECT_FALSE(unsupported.ready());
+    EXPECT_FALSE(unsupported.send(events));
+    EXPECT_TRUE(unsupported.errorString().contains(QStringLiteral("cannot type here")));
+}
+
+} // namespace
+} // namespace vocari::test

@@ -32,6 +32,7 @@ AppModel::AppModel(Services services, QObject *parent)
     : QObject(parent), m_desktop(std::move(services.desktop)), m_sounds(std::move(services.sounds)),
       m_makeTranscriber(std::move(services.makeTranscriber))
 {
+    m_session = std::move(services.session);
     // 1. The session, the model store, the key monitor and the HUD.
     m_dictation = std::make_unique<Dictation>(std::move(services.audio),
                                               services.clock ? services.clock : Clock::system());
@@ -140,15 +141,32 @@ void AppModel::refreshPermissions()
         m_access = access;
         emit inputAccessChanged();
     }
-    if (m_access.granted && !m_monitor->isRunning() && !m_recording)
+    const bool watchable = m_access.granted || m_access.keysWithoutAccess;
+    if (watchable && !m_monitor->isRunning() && !m_recording)
         startMonitor();
-    else if (!m_access.granted && m_monitor->isRunning())
+    else if (!watchable && m_monitor->isRunning())
         m_monitor->stop();
+}
+
+bool AppModel::inputAccessDeclined() const
+{
+    return m_desktop->declined() || m_monitor->declined();
+}
+
+void AppModel::askForInputAccessAgain()
+{
+    m_desktop->askAgain();
+    if (m_monitor->declined()) {
+        m_monitor->askAgain();
+        m_monitor->stop();
+    }
+    refreshPermissions();
+    emit inputAccessChanged();
 }
 
 void AppModel::startMonitor()
 {
-    if (!m_access.granted || m_recording)
+    if (!(m_access.granted || m_access.keysWithoutAccess) || m_recording)
         return;
     if (m_monitor->start(m_hotkey))
         qCInfo(lcApp).noquote() << "dictation key:" << m_hotkey.label();

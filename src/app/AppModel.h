@@ -56,6 +56,8 @@ public:
         ModelStore::Options models;
         // Makes the transcriber of a dictation; none: the model store's.
         Dictation::TranscriberFactory makeTranscriber;
+        // Which session this is and what the key and the text go through, for the settings.
+        QString session;
     };
 
     explicit AppModel(Services services, QObject *parent = nullptr);
@@ -77,6 +79,8 @@ public:
     QString selectedEngineName() const;
     // Why the dictation key cannot be watched, empty while it is.
     QString keyMonitorError() const;
+    // Which session this is and what the dictation key and the text go through.
+    QString sessionSummary() const { return m_session; }
 
     Hotkey hotkey() const { return m_hotkey; }
     // Stores the key and restarts the monitor with it, also when the key is unchanged.
@@ -84,6 +88,10 @@ public:
 
     // Re-reads input access and starts or stops the key monitor to match.
     void refreshPermissions();
+    // Whether the user declined a prompt of the desktop's for the key or for typing; asking
+    // again shows those prompts once more.
+    bool inputAccessDeclined() const;
+    void askForInputAccessAgain();
     // The key recorder captures a new key: the monitor pauses meanwhile.
     void setRecordingHotkey(bool recording);
     // Shows the HUD with simulated levels, unless a real dictation runs.
@@ -147,6 +155,7 @@ private:
     std::optional<qint64> m_typedApp;
     bool m_recording = false;
     bool m_wasActive = false;
+    QString m_session;
 };
 
 } // namespace vocari

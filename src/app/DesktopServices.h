@@ -11,6 +11,10 @@ struct InputAccessState
 {
     bool granted = false;
     QString explanation;
+    // The dictation key can be watched even without input access (it comes from the desktop's
+    // shortcut service, not from watching the keyboard), so a dictation can still end on the
+    // clipboard.
+    bool keysWithoutAccess = false;
     bool operator==(const InputAccessState &) const = default;
 };
 
@@ -36,6 +40,10 @@ public:
     virtual void copyToClipboard(const QString &text) = 0;
     // Whether a compositing manager runs, so that translucent windows show what lies below.
     virtual bool hasCompositor() = 0;
+    // Whether the user declined input access on a prompt of the desktop's, which is not shown
+    // again by itself; askAgain() shows it once more.
+    virtual bool declined() const { return false; }
+    virtual void askAgain() {}
 };
 
 // The four feedback sounds.

@@ -5,12 +5,16 @@
 #include "app/QtSoundPlayer.h"
 #include "hotkey/HotkeyMonitor.h"
 #include "platform/audio/QtAudioEngine.h"
+#include "platform/wayland/SessionKind.h"
+#include "platform/wayland/WaylandInput.h"
 #include "platform/x11/X11DesktopServices.h"
 #include "platform/x11/X11KeySource.h"
 #include "ui/MenuContent.h"
 #include "ui/SettingsView.h"
 
 #include <QApplication>
+#include <QClipboard>
+#include <QDBusConnection>
 #include <QMenu>
 #include <QSystemTrayIcon>
 #include <QTimer>
@@ -19,23 +23,39 @@ namespace vocari {
 
 namespace {
 
-// The desktop parts of an X11 session. (Wayland sessions run through XWayland until they get
-// parts of their own; input access then says what is missing.)
-AppModel::Services x11Services()
+// The desktop parts of the session: an X server's keyboard and synthetic keys, or a Wayland
+// desktop's portals. The windows run on X in both (XWayland on Wayland), where the popup can be
+// placed where it belongs.
+AppModel::Services desktopServices(const SessionKind &session)
 {
     AppModel::Services services;
     services.audio = std::make_unique<QtAudioEngine>();
-    services.keys = std::make_unique<X11KeySource>();
-    services.desktop = std::make_unique<X11DesktopServices>();
     services.sounds = std::make_unique<QtSoundPlayer>();
     services.models.preloadBuiltIn = true;
+    QString summary;
+    if (session.isWayland()) {
+        WaylandInput input =
+            WaylandInput::choose(QDBusConnection::sessionBus(), [](const QString &text) {
+                QGuiApplication::clipboard()->setText(text, QClipboard::Clipboard);
+            });
+        services.keys = std::move(input.keys);
+        services.desktop = std::move(input.desktop);
+        summary = input.summary;
+    } else {
+        services.keys = std::make_unique<X11KeySource>();
+        services.desktop = std::make_unique<X11DesktopServices>();
+        summary = QStringLiteral("dictation key and typing: the X server");
+    }
+    services.session =
+        QStringLiteral("%1 session (%2); %3").arg(session.name(), session.reason, summary);
+    qCInfo(lcApp).noquote() << "session:" << services.session;
     return services;
 }
 
 } // namespace
 
 VocariApp::VocariApp(const QElapsedTimer &started, QObject *parent)
-    : QObject(parent), m_model(std::make_unique<AppModel>(x11Services()))
+    : QObject(parent), m_model(std::make_unique<AppModel>(desktopServices(SessionKind::detect())))
 {
     m_menu = std::make_unique<QMenu>();
     m_menuContent = std::make_unique<MenuContent>(
@@ -45,10 +65,13 @@ VocariApp::VocariApp(const QElapsedTimer &started, QObject *parent)
 
     // Logged once the event loop runs, when the tray icon has been handed to the desktop.
     QTimer::singleShot(0, this, [this, started] {
-        qCInfo(lcApp, "ready in %.2f s: %s, speech: %s, input access: %s",
+        const bool xwayland = SessionKind::detect().isWayland() &&
+                              QGuiApplication::platformName() == QLatin1String("xcb");
+        qCInfo(lcApp, "ready in %.2f s: %s, speech: %s, input access: %s, windows: %s",
                started.nsecsElapsed() / 1e9, m_tray ? "tray icon shown" : "no tray",
                qUtf8Printable(m_model->selectedEngineName()),
-               m_model->inputAccessGranted() ? "granted" : "missing");
+               m_model->inputAccessGranted() ? "granted" : "missing",
+               xwayland ? "XWayland" : qUtf8Printable(QGuiApplication::platformName()));
     });
 }
 

@@ -43,6 +43,12 @@ PermissionsTab::PermissionsTab(AppModel &model, QWidget *parent) : QWidget(paren
     m_inputAccess = new PermissionRow(
         QStringLiteral("Input access"),
         QStringLiteral("To detect the dictation key and type the text into other apps."), section);
+    m_askAgain = new QPushButton(QStringLiteral("Ask Again"), m_inputAccess);
+    m_askAgain->setAccessibleName(QStringLiteral("Ask again for input access"));
+    m_askAgain->setToolTip(QStringLiteral("Shows the desktop's prompt for the dictation key and "
+                                          "for typing once more."));
+    m_inputAccess->addTrailing(m_askAgain);
+    connect(m_askAgain, &QPushButton::clicked, this, [this] { m_model.askForInputAccessAgain(); });
     section->addRow(m_inputAccess);
     section->setFooter(kFooter);
     column->addWidget(section);
@@ -123,7 +129,10 @@ void PermissionsTab::showInputAccess()
         note.append(QStringLiteral("The dictation key cannot be watched: %1").arg(keyError));
     if (!granted)
         note.append(kWithoutInputAccess);
+    if (!m_model.sessionSummary().isEmpty())
+        note.append(QStringLiteral("Session: %1.").arg(m_model.sessionSummary()));
     m_inputAccess->setNote(note.join(u'\n'));
+    m_askAgain->setVisible(m_model.inputAccessDeclined());
 }
 
 void PermissionsTab::findSoundSettings()

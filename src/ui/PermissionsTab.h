@@ -44,6 +44,7 @@ private:
     PermissionRow *m_microphone = nullptr;
     PermissionRow *m_inputAccess = nullptr;
     QPushButton *m_soundSettings = nullptr;
+    QPushButton *m_askAgain = nullptr;
 };
 
 } // namespace vocari

@@ -75,6 +75,16 @@ struct RecordingDesktop final : DesktopServices
     void erase(qsizetype count) override { erased.push_back(count); }
     void copyToClipboard(const QString &text) override { copied.append(text); }
     bool hasCompositor() override { return false; }
+
+    // A desktop prompt for input access the user turned down.
+    bool wasDeclined = false;
+    int askedAgain = 0;
+    bool declined() const override { return wasDeclined; }
+    void askAgain() override
+    {
+        ++askedAgain;
+        wasDeclined = false;
+    }
 };
 
 struct RecordingSounds final : SoundPlayer

@@ -192,6 +192,25 @@ TEST_F(AppModelTest, WithoutInputAccessTextGoesToTheClipboard)
     EXPECT_TRUE(m_model->monitor().isRunning());
 }
 
+TEST_F(AppModelTest, KeyFromTheDesktopStillWorksWhenTypingWasDeclined)
+{
+    // A Wayland desktop's shortcut service delivers the key though typing was declined: the
+    // dictation runs from the key and its text waits on the clipboard.
+    m_desktop->access = {false, QStringLiteral("Keyboard access was declined."), true};
+    m_model->refreshPermissions();
+    EXPECT_FALSE(m_model->inputAccessGranted());
+    ASSERT_TRUE(m_model->monitor().isRunning());
+
+    next().finalText = QStringLiteral("nothing lost");
+    press();
+    release();
+    EXPECT_EQ(phase(), Phase::idle);
+    EXPECT_TRUE(m_desktop->pasted.isEmpty());
+    EXPECT_EQ(m_desktop->copied, QStringList{QStringLiteral("Nothing lost")});
+    EXPECT_EQ(m_model->dictation().notice(), AppModel::kCopiedNotice);
+    EXPECT_EQ(m_model->lastDictation(), QStringLiteral("Nothing lost"));
+}
+
 TEST_F(AppModelTest, ControlCommandsFollowTheSession)
 {
     m_model->stopDictation();

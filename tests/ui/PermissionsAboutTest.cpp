@@ -64,7 +64,23 @@ TEST_F(PermissionsTabTest, MissingInputAccessIsExplainedWithoutASettingsButton)
     EXPECT_EQ(inputAccess()->accessibleDescription(), "Missing");
     EXPECT_TRUE(inputAccess()->note().startsWith(why)) << inputAccess()->note().toStdString();
     EXPECT_TRUE(inputAccess()->note().contains(QStringLiteral("vocari toggle")));
-    EXPECT_EQ(m_tab->findChildren<QPushButton *>().size(), 1); // the microphone's only
+    const auto visibleButtons = [this] {
+        qsizetype count = 0;
+        for (const QPushButton *button : m_tab->findChildren<QPushButton *>())
+            count += button->isVisibleTo(m_tab.get());
+        return count;
+    };
+    EXPECT_EQ(visibleButtons(), 1); // the microphone's only
+
+    // A desktop prompt the user declined is not shown again until asked for.
+    m_desktop->wasDeclined = true;
+    setAccess(false, QStringLiteral("Keyboard access was declined on the desktop's prompt."));
+    QPushButton *askAgain = named<QPushButton>(m_tab.get(), "Ask again for input access");
+    ASSERT_TRUE(askAgain);
+    EXPECT_TRUE(askAgain->isVisibleTo(m_tab.get()));
+    askAgain->click();
+    EXPECT_EQ(m_desktop->askedAgain, 1);
+    EXPECT_FALSE(askAgain->isVisibleTo(m_tab.get()));
 
     setAccess(true);
     EXPECT_TRUE(inputAccess()->granted());

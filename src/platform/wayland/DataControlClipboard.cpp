@@ -11,9 +11,10 @@ namespace {
 
 constexpr int kProgramTimeoutMs = 2000;
 
-// Runs a clipboard program and returns its standard output; none when it failed.
+// Runs a clipboard program and returns its standard output; none when it failed, with what
+// it said in *errors.
 std::optional<QByteArray> run(const QString &program, const QStringList &arguments,
-                              const QByteArray &input = QByteArray())
+                              const QByteArray &input = QByteArray(), QByteArray *errors = nullptr)
 {
     QProcess process;
     process.start(program, arguments);
@@ -26,8 +27,11 @@ std::optional<QByteArray> run(const QString &program, const QStringList &argumen
         process.waitForFinished();
         return std::nullopt;
     }
-    if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0)
+    if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0) {
+        if (errors)
+            *errors = process.readAllStandardError();
         return std::nullopt;
+    }
     return process.readAllStandardOutput();
 }
 
@@ -41,10 +45,16 @@ bool DataControlClipboard::programsFound()
 
 std::optional<ClipboardContent> DataControlClipboard::save()
 {
+    QByteArray errors;
     const std::optional<QByteArray> types =
-        run(QStringLiteral("wl-paste"), {QStringLiteral("--list-types")});
-    // wl-paste fails on an empty clipboard as well; an empty clipboard is content too.
-    if (!types || types->trimmed().isEmpty())
+        run(QStringLiteral("wl-paste"), {QStringLiteral("--list-types")}, {}, &errors);
+    // wl-paste fails on an empty clipboard too, saying so; an empty clipboard is content as
+    // well. Any other failure leaves the clipboard unknown, and then nothing is put back.
+    if (!types && errors.contains("No selection"))
+        return ClipboardContent{};
+    if (!types)
+        return std::nullopt;
+    if (types->trimmed().isEmpty())
         return ClipboardContent{};
     const QString first = QString::fromUtf8(types->split('\n').first()).trimmed();
     const std::optional<QByteArray> bytes =
@@ -60,6 +70,11 @@ bool DataControlClipboard::setText(const QString &text)
     return copy(QStringLiteral("text/plain;charset=utf-8"), text.toUtf8());
 }
 
+bool DataControlClipboard::setPrimaryText(const QString &text)
+{
+    return copy(QStringLiteral("text/plain;charset=utf-8"), text.toUtf8(), true);
+}
+
 bool DataControlClipboard::restore(const ClipboardContent &content)
 {
     if (content.type.isEmpty())
@@ -67,7 +82,7 @@ bool DataControlClipboard::restore(const ClipboardContent &content)
     return copy(content.type, content.bytes);
 }
 
-bool DataControlClipboard::copy(const QString &type, const QByteArray &bytes)
+bool DataControlClipboard::copy(const QString &type, const QByteArray &bytes, bool primary)
 {
     // wl-copy leaves a process of its own serving the clipboard until another owner takes it;
     // the command itself returns once the clipboard is set. That process must not hold our
@@ -75,7 +90,10 @@ bool DataControlClipboard::copy(const QString &type, const QByteArray &bytes)
     QProcess process;
     process.setStandardOutputFile(QProcess::nullDevice());
     process.setStandardErrorFile(QProcess::nullDevice());
-    process.start(QStringLiteral("wl-copy"), {QStringLiteral("--type"), type});
+    QStringList arguments{QStringLiteral("--type"), type};
+    if (primary)
+        arguments << QStringLiteral("--primary");
+    process.start(QStringLiteral("wl-copy"), arguments);
     bool done = process.waitForStarted(kProgramTimeoutMs);
     if (done) {
         process.write(bytes);

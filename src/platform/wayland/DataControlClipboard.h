@@ -22,6 +22,8 @@ public:
     // What is on the clipboard now; none when it cannot be read.
     virtual std::optional<ClipboardContent> save() = 0;
     virtual bool setText(const QString &text) = 0;
+    // The primary selection, which xterm and urxvt paste on Shift+Insert.
+    virtual bool setPrimaryText(const QString &text) = 0;
     // Puts saved content back; an empty one clears the clipboard.
     virtual bool restore(const ClipboardContent &content) = 0;
 };
@@ -38,10 +40,11 @@ public:
 
     std::optional<ClipboardContent> save() override;
     bool setText(const QString &text) override;
+    bool setPrimaryText(const QString &text) override;
     bool restore(const ClipboardContent &content) override;
 
 private:
-    static bool copy(const QString &type, const QByteArray &bytes);
+    static bool copy(const QString &type, const QByteArray &bytes, bool primary = false);
 };
 
 } // namespace vocari

@@ -6,11 +6,15 @@
 
 namespace vocari {
 
-// One key going down or up, named by its X keysym (the desktop picks the key that makes it).
+// One key going down or up, named by its X keysym, which the desktop looks up in the keyboard
+// layout in use (a virtual keyboard brings a layout of its own). A key that must be found
+// whatever the layout (the V of the paste shortcut, which a Cyrillic layout has no keysym for)
+// also names its key by its Linux input code, which portals send as it is.
 struct KeysymEvent
 {
     std::uint32_t keysym = 0;
     bool pressed = true;
+    std::uint32_t keycode = 0; // Linux input event code; 0: find the key by its keysym
     bool operator==(const KeysymEvent &) const = default;
 };
 

@@ -1,13 +1,32 @@
 #include "platform/wayland/Keysyms.h"
 
+#include <xkbcommon/xkbcommon.h>
+
 namespace vocari {
 
 namespace {
 
-void tap(std::vector<KeysymEvent> &events, std::uint32_t keysym)
+void tap(std::vector<KeysymEvent> &events, std::uint32_t keysym, std::uint32_t keycode = 0)
 {
-    events.push_back({keysym, true});
-    events.push_back({keysym, false});
+    events.push_back({keysym, true, keycode});
+    events.push_back({keysym, false, keycode});
+}
+
+// The Linux input code of the key that makes a keysym of the paste shortcuts.
+std::uint32_t codeOf(std::uint32_t keysym)
+{
+    switch (keysym) {
+    case Keysym::controlL:
+        return 29;
+    case Keysym::shiftL:
+        return 42;
+    case Keysym::v:
+        return 47;
+    case Keysym::insert:
+        return 110;
+    default:
+        return 0;
+    }
 }
 
 } // namespace
@@ -22,9 +41,10 @@ std::uint32_t keysymForCodePoint(char32_t codePoint)
         return 0;
     if ((codePoint >= 0xd800 && codePoint <= 0xdfff) || codePoint > 0x10ffff)
         return 0;
-    if (codePoint < 0x100)
-        return codePoint;
-    return Keysym::unicodeBase + codePoint;
+    // Keyboard layouts name their keys with the older keysyms where one exists (EuroSign,
+    // Cyrillic_a, lstroke), and a desktop finds the key only by the name its layout uses;
+    // everything else gets its Unicode keysym.
+    return xkb_utf32_to_keysym(codePoint);
 }
 
 std::vector<KeysymEvent> typingKeysyms(const QString &text)
@@ -70,10 +90,10 @@ std::vector<KeysymEvent> pasteKeysyms(TextInserter::PasteKeys keys)
     }
     std::vector<KeysymEvent> events;
     for (const std::uint32_t modifier : modifiers)
-        events.push_back({modifier, true});
-    tap(events, key);
+        events.push_back({modifier, true, codeOf(modifier)});
+    tap(events, key, codeOf(key));
     for (auto modifier = modifiers.rbegin(); modifier != modifiers.rend(); ++modifier)
-        events.push_back({*modifier, false});
+        events.push_back({*modifier, false, codeOf(*modifier)});
     return events;
 }
 

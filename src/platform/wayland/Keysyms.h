@@ -23,7 +23,8 @@ inline constexpr std::uint32_t unicodeBase = 0x01000000;
 } // namespace Keysym
 
 // The keysym that types a code point: line feed and tab are the Return and Tab keys, printable
-// Latin-1 characters are their own keysyms, every other character its Unicode keysym. 0 for
+// Latin-1 characters are their own keysyms, others the keysym layouts use for them (EuroSign,
+// Cyrillic_a) or, where layouts have none, their Unicode keysym. 0 for
 // what cannot be typed: other control characters, surrogates and values beyond Unicode.
 std::uint32_t keysymForCodePoint(char32_t codePoint);
 
@@ -34,7 +35,8 @@ std::vector<KeysymEvent> typingKeysyms(const QString &text);
 // BackSpace pressed and released `count` times.
 std::vector<KeysymEvent> backspaceKeysyms(qsizetype count);
 
-// The paste shortcut pressed and let go: the modifiers go down first and come up last.
+// The paste shortcut pressed and let go: the modifiers go down first and come up last. Each key
+// carries its input code as well, so the shortcut works whatever the layout.
 std::vector<KeysymEvent> pasteKeysyms(TextInserter::PasteKeys keys);
 
 } // namespace vocari

@@ -49,10 +49,13 @@ bool PortalKeyInjector::send(const std::vector<KeysymEvent> &events)
         return false;
     const QDBusObjectPath session(m_session->handle());
     for (const KeysymEvent &event : events) {
+        const bool byCode = event.keycode != 0;
         QDBusMessage call = QDBusMessage::createMethodCall(
             QLatin1String(Portal::service), QLatin1String(Portal::path), remoteDesktopInterface,
-            QStringLiteral("NotifyKeyboardKeysym"));
-        call.setArguments({QVariant::fromValue(session), QVariantMap(), int(event.keysym),
+            byCode ? QStringLiteral("NotifyKeyboardKeycode")
+                   : QStringLiteral("NotifyKeyboardKeysym"));
+        call.setArguments({QVariant::fromValue(session), QVariantMap(),
+                           int(byCode ? event.keycode : event.keysym),
                            uint(event.pressed ? 1 : 0)});
         if (!m_bus.send(call)) {
             qCWarning(lcWayland).noquote()
@@ -137,16 +140,24 @@ void PortalKeyInjector::onStarted(const PortalResponse &response)
     emit readyChanged(true);
 }
 
+QString PortalKeyInjector::askAgainHint()
+{
+    return tr("choose “Ask Again” under Permissions in Vocari's settings to be asked once more.");
+}
+
 void PortalKeyInjector::fail(const PortalResponse &response)
 {
     endSession();
     // A token the desktop no longer honours would only be offered in vain next time.
-    if (m_usedToken)
+    if (m_usedToken && response.status != PortalResponse::Status::failed)
         m_settings->remove(QLatin1String(restoreTokenKey));
     if (response.status == PortalResponse::Status::cancelled) {
         m_state = State::refused;
-        m_error = tr("Keyboard access was declined on the desktop's prompt; choose “Ask Again” "
-                     "under Permissions in Vocari's settings to be asked once more.");
+        m_error = tr("Keyboard access was declined on the desktop's prompt; ") + askAgainHint();
+    } else if (response.status == PortalResponse::Status::unanswered) {
+        m_state = State::refused;
+        m_error =
+            tr("The desktop's prompt for keyboard access was not answered; ") + askAgainHint();
     } else {
         m_state = State::idle;
         m_startAgain = QDeadlineTimer(std::chrono::seconds(30));
@@ -159,8 +170,10 @@ void PortalKeyInjector::fail(const PortalResponse &response)
 void PortalKeyInjector::onClosedByDesktop()
 {
     endSession();
-    m_state = State::idle;
-    m_error = tr("The desktop ended keyboard access; it is asked for again at the next use.");
+    // The user may have stopped it from the desktop's own indicator: starting it again at once
+    // would undo that, or put the prompt straight back up.
+    m_state = State::refused;
+    m_error = tr("The desktop ended keyboard access; ") + askAgainHint();
     qCWarning(lcWayland).noquote() << m_error;
     emit readyChanged(false);
 }

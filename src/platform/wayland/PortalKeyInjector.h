@@ -55,6 +55,7 @@ signals:
     void readyChanged(bool ready);
 
 private:
+    static QString askAgainHint();
     enum class State
     {
         idle,

@@ -40,7 +40,9 @@ PortalRequest::PortalRequest(const QDBusConnection &bus, QObject *owner, Callbac
     m_timeout.setSingleShot(true);
     connect(&m_timeout, &QTimer::timeout, this, [this] {
         const QString handle = m_handle;
-        finish({PortalResponse::Status::failed, {}, tr("The desktop did not answer in time.")});
+        finish({PortalResponse::Status::unanswered,
+                {},
+                tr("The desktop's prompt was not answered in time.")});
         // The dialog may still be up; nobody waits for its answer any more.
         if (!handle.isEmpty())
             m_bus.send(QDBusMessage::createMethodCall(QLatin1String(Portal::service), handle,

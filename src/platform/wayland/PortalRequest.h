@@ -35,8 +35,9 @@ struct PortalResponse
     enum class Status
     {
         success,
-        cancelled, // the user dismissed the desktop's dialog or said no
-        failed     // the call failed, the portal reported another failure, or no answer came
+        cancelled,  // the user dismissed the desktop's dialog or said no
+        unanswered, // no answer came in time: a dialog may have been left unanswered
+        failed      // the call failed, or the portal reported another failure
     };
 
     Status status = Status::failed;

@@ -210,8 +210,12 @@ void PortalShortcutSource::bindDictation()
 void PortalShortcutSource::onDictationEnded(bool refused, const QString &error)
 {
     if (refused) {
-        m_refusal = tr("The dictation shortcut was declined on the desktop's prompt; choose “Ask "
-                       "Again” under Permissions in Vocari's settings to be asked once more.");
+        m_refusal = (error.isEmpty() ? tr("The dictation shortcut was declined on the desktop's "
+                                          "prompt; ")
+                                     : tr("The desktop's prompt for the dictation shortcut was "
+                                          "not answered; ")) +
+                    tr("choose “Ask Again” under Permissions in Vocari's settings to be asked "
+                       "once more.");
         m_error = m_refusal;
     } else {
         m_error = tr("The desktop did not bind the dictation shortcut: %1").arg(error);

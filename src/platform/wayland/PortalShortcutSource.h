@@ -46,7 +46,7 @@ public:
 
     // How the desktop describes the trigger it bound the dictation shortcut to, for the
     // settings to show; empty until it has said.
-    QString triggerDescription() const { return m_trigger; }
+    QString triggerDescription() const override { return m_trigger; }
     bool declined() const override { return !m_refusal.isEmpty(); }
     void askAgain() override { retry(); }
     // Forgets refusals and failures, of the dictation shortcut and of Escape, so that the next

@@ -76,7 +76,10 @@ QString ShortcutSession::triggerDescription(const QString &id) const
 void ShortcutSession::onCreated(const PortalResponse &response, const QString &predictedHandle)
 {
     if (response.status != PortalResponse::Status::success) {
-        end(response.status == PortalResponse::Status::cancelled, response.error);
+        // A prompt left unanswered is as good as a no: asking again is up to the user.
+        end(response.status == PortalResponse::Status::cancelled ||
+                response.status == PortalResponse::Status::unanswered,
+            response.error);
         return;
     }
     QString handle = PortalSession::handleFrom(response.results);
@@ -95,7 +98,10 @@ void ShortcutSession::onCreated(const PortalResponse &response, const QString &p
 void ShortcutSession::onBound(const PortalResponse &response)
 {
     if (response.status != PortalResponse::Status::success) {
-        end(response.status == PortalResponse::Status::cancelled, response.error);
+        // A prompt left unanswered is as good as a no: asking again is up to the user.
+        end(response.status == PortalResponse::Status::cancelled ||
+                response.status == PortalResponse::Status::unanswered,
+            response.error);
         return;
     }
     m_state = State::bound;

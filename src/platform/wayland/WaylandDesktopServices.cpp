@@ -5,6 +5,8 @@
 #include "settings/Preferences.h"
 #include "text/TextInserter.h"
 
+#include <optional>
+
 namespace vocari {
 
 WaylandDesktopServices::WaylandDesktopServices(std::unique_ptr<KeyInjector> keys,
@@ -32,23 +34,34 @@ InputAccessState WaylandDesktopServices::inputAccess()
     return {ready, ready ? QString() : m_keys->errorString(), true};
 }
 
-void WaylandDesktopServices::send(const std::vector<KeysymEvent> &events)
+bool WaylandDesktopServices::send(const std::vector<KeysymEvent> &events)
 {
-    if (!m_keys->send(events))
-        qCWarning(lcWayland).noquote() << "Keys could not be sent:" << m_keys->errorString();
+    if (m_keys->send(events))
+        return true;
+    qCWarning(lcWayland).noquote() << "Keys could not be sent:" << m_keys->errorString();
+    return false;
 }
 
-void WaylandDesktopServices::paste(const QString &text)
+void WaylandDesktopServices::leaveOnClipboard(const QString &text)
 {
+    qCWarning(lcWayland, "The text could not be put into the window; it is on the clipboard.");
+    copyToClipboard(text);
+}
+
+bool WaylandDesktopServices::paste(const QString &text)
+{
+    m_erasable = 0;
     if (!m_clipboard) {
         if (!m_saidTyping) {
             qCInfo(lcWayland, "This compositor lets no program set the clipboard without a "
                               "window in front, so dictations are typed instead of pasted.");
             m_saidTyping = true;
         }
-        type(text);
+        const bool typed = typeText(text).has_value();
+        if (!typed)
+            leaveOnClipboard(text);
         m_erasable = 0;
-        return;
+        return typed;
     }
     // Within the restore delay of an earlier paste the clipboard holds that dictation; what
     // the user had before it is the content to come back.
@@ -57,40 +70,57 @@ void WaylandDesktopServices::paste(const QString &text)
     m_restore.stop();
     if (!m_clipboard->setText(text)) {
         // The text cannot reach the clipboard: typing it loses nothing.
-        type(text);
+        m_saved.reset();
+        const bool typed = typeText(text).has_value();
+        if (!typed)
+            leaveOnClipboard(text);
         m_erasable = 0;
-        return;
+        return typed;
     }
     // Which program is in front cannot be known, so no terminal's own shortcut is chosen
-    // unless the settings name one.
-    const QString setting = Preferences::pasteShortcut();
-    send(pasteKeysyms(TextInserter::pasteKeys(setting, QString(), QString())));
-    m_erasable = 0;
-    if (Preferences::keepOnClipboard()) {
+    // unless the settings name one. xterm and urxvt paste the primary selection.
+    const TextInserter::PasteKeys keys =
+        TextInserter::pasteKeys(Preferences::pasteShortcut(), QString(), QString());
+    if (keys == TextInserter::PasteKeys::shiftInsert)
+        m_clipboard->setPrimaryText(text);
+    if (!send(pasteKeysyms(keys))) {
+        // Nothing was pasted: the text stays on the clipboard for the user to paste.
+        qCWarning(lcWayland, "The paste shortcut could not be sent; the text is on the "
+                             "clipboard.");
         m_saved.reset();
-        return;
+        return false;
     }
-    if (m_saved)
-        m_restore.start();
+    if (Preferences::keepOnClipboard() || !m_saved) {
+        // An unreadable clipboard is not cleared: the dictation stays on it instead.
+        m_saved.reset();
+        return true;
+    }
+    m_restore.start();
+    return true;
+}
+
+std::optional<qsizetype> WaylandDesktopServices::typeText(const QString &text)
+{
+    QString lines = text;
+    lines.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
+    lines.replace(QChar(u'\r'), QChar(u'\n'));
+    const std::vector<KeysymEvent> events = typingKeysyms(lines);
+    if (!events.empty() && !send(events))
+        return std::nullopt;
+    // One BackSpace per character sent (Wayland programs, GTK 4 and Qt, take back one code
+    // point each); characters that have no key were not sent and are not counted.
+    return qsizetype(events.size() / 2);
 }
 
 qsizetype WaylandDesktopServices::type(const QString &text)
 {
-    if (text.isEmpty())
-        return 0;
-    QString lines = text;
-    lines.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
-    lines.replace(QChar(u'\r'), QChar(u'\n'));
-    if (!m_keys->send(typingKeysyms(lines))) {
-        qCWarning(lcWayland).noquote() << "The text could not be typed:" << m_keys->errorString();
+    const std::optional<qsizetype> typed = typeText(text);
+    if (!typed) {
         m_erasable = 0;
         return 0;
     }
-    // Wayland programs (GTK 4, Qt) take back one code point per BackSpace.
-    const qsizetype count =
-        TextInserter::backspaceCount(lines, TextInserter::BackspaceRule::codePoint);
-    m_erasable += count;
-    return count;
+    m_erasable += *typed;
+    return *typed;
 }
 
 void WaylandDesktopServices::erase(qsizetype count)

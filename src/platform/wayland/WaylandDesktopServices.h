@@ -33,7 +33,7 @@ public:
 
     InputAccessState inputAccess() override;
     std::optional<qint64> frontmostProcess() override { return std::nullopt; }
-    void paste(const QString &text) override;
+    bool paste(const QString &text) override;
     qsizetype type(const QString &text) override;
     void erase(qsizetype count) override;
     void copyToClipboard(const QString &text) override;
@@ -48,7 +48,10 @@ public:
     static constexpr int kRestoreDelayMs = 500;
 
 private:
-    void send(const std::vector<KeysymEvent> &events);
+    bool send(const std::vector<KeysymEvent> &events);
+    // Types the text; how many BackSpaces erase it, or none when the keys could not be sent.
+    std::optional<qsizetype> typeText(const QString &text);
+    void leaveOnClipboard(const QString &text);
 
     std::unique_ptr<KeyInjector> m_keys;
     std::unique_ptr<ClipboardAccess> m_clipboard;

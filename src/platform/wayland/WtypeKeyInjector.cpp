@@ -87,6 +87,10 @@ bool WtypeKeyInjector::send(const std::vector<KeysymEvent> &events)
     QProcess wtype;
     wtype.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     wtype.start(m_program, arguments(events));
+    if (!wtype.waitForStarted(kTimeoutMs)) {
+        qCWarning(lcWayland).noquote() << "wtype could not start:" << wtype.errorString();
+        return false;
+    }
     if (!wtype.waitForFinished(kTimeoutMs)) {
         wtype.kill();
         wtype.waitForFinished();

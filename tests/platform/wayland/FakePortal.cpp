@@ -83,10 +83,30 @@ bool FakePortalObject::handleMessage(const QDBusMessage &message, const QDBusCon
         (interface == remoteInterface && !m_options.remoteDesktop))
         return false;
 
-    if (interface == remoteInterface && message.member() == QLatin1String("NotifyKeyboardKeysym")) {
+    // A client that marshals an argument with the wrong type gets the error a real portal gives.
+    static const QMap<QString, QString> signatures{
+        {QStringLiteral("CreateSession"), QStringLiteral("a{sv}")},
+        {QStringLiteral("BindShortcuts"), QStringLiteral("oa(sa{sv})sa{sv}")},
+        {QStringLiteral("SelectDevices"), QStringLiteral("oa{sv}")},
+        {QStringLiteral("Start"), QStringLiteral("osa{sv}")},
+        {QStringLiteral("NotifyKeyboardKeysym"), QStringLiteral("oa{sv}iu")},
+        {QStringLiteral("NotifyKeyboardKeycode"), QStringLiteral("oa{sv}iu")}};
+    const auto expected = signatures.constFind(message.member());
+    if (expected != signatures.constEnd() && *expected != message.signature()) {
+        connection.send(
+            message.createErrorReply(QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs"),
+                                     QStringLiteral("%1 takes (%2), not (%3)")
+                                         .arg(message.member(), *expected, message.signature())));
+        return true;
+    }
+
+    const bool byCode = message.member() == QLatin1String("NotifyKeyboardKeycode");
+    if (interface == remoteInterface &&
+        (byCode || message.member() == QLatin1String("NotifyKeyboardKeysym"))) {
         const QVariantList args = message.arguments();
+        const auto value = std::uint32_t(args.value(2).toInt());
         QMutexLocker locker(&lock);
-        keysyms.push_back({std::uint32_t(args.value(2).toInt()), args.value(3).toUInt() == 1});
+        keysyms.push_back({byCode ? 0 : value, args.value(3).toUInt() == 1, byCode ? value : 0});
         connection.send(message.createReply());
         return true;
     }

@@ -57,7 +57,8 @@ public:
     QStringList sessions(const QString &interface) const;
     // Sessions the client closed through org.freedesktop.portal.Session.Close.
     QStringList closedSessions() const;
-    // Keys received through NotifyKeyboardKeysym, in order of arrival.
+    // Keys received through NotifyKeyboardKeysym (keysym set) and NotifyKeyboardKeycode (keycode
+    // set), in order of arrival.
     std::vector<KeysymEvent> keysyms() const;
 
     // The response code later calls of a method get: 0 success, 1 cancelled, 2 failed.

@@ -13,8 +13,8 @@ std::vector<std::uint32_t> taps(const std::vector<KeysymEvent> &events)
     std::vector<std::uint32_t> keysyms;
     EXPECT_EQ(events.size() % 2, 0u);
     for (std::size_t i = 0; i + 1 < events.size(); i += 2) {
-        EXPECT_EQ(events[i], (KeysymEvent{events[i].keysym, true}));
-        EXPECT_EQ(events[i + 1], (KeysymEvent{events[i].keysym, false}));
+        EXPECT_EQ(events[i], (KeysymEvent{events[i].keysym, true, events[i].keycode}));
+        EXPECT_EQ(events[i + 1], (KeysymEvent{events[i].keysym, false, events[i].keycode}));
         keysyms.push_back(events[i].keysym);
     }
     return keysyms;
@@ -22,9 +22,12 @@ std::vector<std::uint32_t> taps(const std::vector<KeysymEvent> &events)
 
 TEST(KeysymsTest, TypingGivesOneTapPerCodePoint)
 {
-    const std::vector<std::uint32_t> expected{'H',  'i',    ',',    ' ',        0xf6,       0xa0,
-                                              0xff, 0xff0d, 0xff09, 0x010020ac, 0x0101f44b, 'x'};
-    EXPECT_EQ(taps(typingKeysyms(QStringLiteral("Hi, ö\u00a0ÿ\n\t€👋x"))), expected);
+    // Characters beyond Latin-1 use the keysyms layouts name their keys with (EuroSign,
+    // lstroke, Cyrillic_ya), and their Unicode keysym where layouts have none.
+    const std::vector<std::uint32_t> expected{'H',   'i',   ',',        ' ',    0xf6,
+                                              0xa0,  0xff,  0xff0d,     0xff09, 0x20ac,
+                                              0x1b3, 0x6d1, 0x0101f44b, 'x'};
+    EXPECT_EQ(taps(typingKeysyms(QStringLiteral("Hi, ö\u00a0ÿ\n\t€łя👋x"))), expected);
     // Carriage return, other control characters, C1 controls, DEL and lone surrogates cannot
     // be typed and are left out; the rest of the text still is.
     QString awkward = QStringLiteral("a\r\x01\u0085\u007f");
@@ -40,19 +43,22 @@ TEST(KeysymsTest, BackspaceAndPasteKeys)
     EXPECT_EQ(taps(backspaceKeysyms(3)), (std::vector<std::uint32_t>(3, 0xff08)));
     EXPECT_TRUE(backspaceKeysyms(0).empty());
 
+    // The paste keys carry their input codes (Ctrl 29, Shift 42, V 47, Insert 110), so a
+    // layout without a "v" keysym still pastes.
     using Keys = TextInserter::PasteKeys;
-    EXPECT_EQ(
-        pasteKeysyms(Keys::ctrlV),
-        (std::vector<KeysymEvent>{{0xffe3, true}, {0x76, true}, {0x76, false}, {0xffe3, false}}));
-    EXPECT_EQ(pasteKeysyms(Keys::ctrlShiftV), (std::vector<KeysymEvent>{{0xffe3, true},
-                                                                        {0xffe1, true},
-                                                                        {0x76, true},
-                                                                        {0x76, false},
-                                                                        {0xffe1, false},
-                                                                        {0xffe3, false}}));
-    EXPECT_EQ(pasteKeysyms(Keys::shiftInsert),
+    EXPECT_EQ(pasteKeysyms(Keys::ctrlV),
               (std::vector<KeysymEvent>{
-                  {0xffe1, true}, {0xff63, true}, {0xff63, false}, {0xffe1, false}}));
+                  {0xffe3, true, 29}, {0x76, true, 47}, {0x76, false, 47}, {0xffe3, false, 29}}));
+    EXPECT_EQ(pasteKeysyms(Keys::ctrlShiftV), (std::vector<KeysymEvent>{{0xffe3, true, 29},
+                                                                        {0xffe1, true, 42},
+                                                                        {0x76, true, 47},
+                                                                        {0x76, false, 47},
+                                                                        {0xffe1, false, 42},
+                                                                        {0xffe3, false, 29}}));
+    EXPECT_EQ(
+        pasteKeysyms(Keys::shiftInsert),
+        (std::vector<KeysymEvent>{
+            {0xffe1, true, 42}, {0xff63, true, 110}, {0xff63, false, 110}, {0xffe1, false, 42}}));
 }
 
 TEST(ShortcutTriggerTest, TriggersUseModifierWordsAndUsKeysymNames)

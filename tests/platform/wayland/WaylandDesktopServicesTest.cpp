@@ -44,12 +44,19 @@ struct ScriptedInjector final : KeyInjector
 struct ScriptedClipboard final : ClipboardAccess
 {
     ClipboardContent content{QStringLiteral("image/png"), QByteArrayLiteral("\x89PNG user")};
+    QString primary;
+    bool readable = true;
     int saves = 0;
 
     std::optional<ClipboardContent> save() override
     {
         ++saves;
-        return content;
+        return readable ? std::optional(content) : std::nullopt;
+    }
+    bool setPrimaryText(const QString &text) override
+    {
+        primary = text;
+        return true;
     }
     bool setText(const QString &text) override
     {
@@ -108,10 +115,39 @@ TEST_F(WaylandDesktop, PasteGoesThroughTheClipboardAndGivesTheUsersContentBack)
     m_keys->sent.clear();
     m_settings.store().setValue(QStringLiteral("pasteShortcut"), QStringLiteral("ctrlShiftV"));
     m_settings.store().setValue(QStringLiteral("keepOnClipboard"), true);
-    m_desktop->paste(QStringLiteral("kept"));
+    EXPECT_TRUE(m_desktop->paste(QStringLiteral("kept")));
     EXPECT_EQ(m_keys->sent, pasteKeysyms(TextInserter::PasteKeys::ctrlShiftV));
     EXPECT_FALSE(m_desktop->restorePending());
     EXPECT_EQ(m_clipboard->content.bytes, QByteArray("kept"));
+
+    // xterm and urxvt paste the primary selection on Shift+Insert.
+    m_settings.store().setValue(QStringLiteral("pasteShortcut"), QStringLiteral("shiftInsert"));
+    m_desktop->paste(QStringLiteral("for xterm"));
+    EXPECT_EQ(m_clipboard->primary, QStringLiteral("for xterm"));
+}
+
+TEST_F(WaylandDesktop, NoPathLosesTheText)
+{
+    // Keys that cannot be sent: the dictation stays on the clipboard, not restored away.
+    make(true);
+    m_keys->isReady = false;
+    EXPECT_FALSE(m_desktop->paste(QStringLiteral("still here")));
+    EXPECT_FALSE(m_desktop->restorePending());
+    EXPECT_EQ(m_clipboard->content.bytes, QByteArray("still here"));
+
+    // A clipboard that cannot be read is not cleared afterwards either.
+    m_keys->isReady = true;
+    m_clipboard->readable = false;
+    EXPECT_TRUE(m_desktop->paste(QStringLiteral("unreadable before")));
+    EXPECT_FALSE(m_desktop->restorePending());
+    EXPECT_EQ(m_clipboard->content.bytes, QByteArray("unreadable before"));
+
+    // Without a clipboard the text is typed; when typing fails too, it goes to the windows'
+    // clipboard.
+    make(false);
+    m_keys->isReady = false;
+    EXPECT_FALSE(m_desktop->paste(QStringLiteral("typed or kept")));
+    EXPECT_EQ(m_fallbackCopies, QStringList{QStringLiteral("typed or kept")});
 }
 
 TEST_F(WaylandDesktop, WithoutAClipboardTheTextIsTyped)

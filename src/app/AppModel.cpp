@@ -146,6 +146,20 @@ void AppModel::refreshPermissions()
         startMonitor();
     else if (!watchable && m_monitor->isRunning())
         m_monitor->stop();
+
+    // The key can fail, or be declined on a desktop prompt, after its monitor started: the
+    // settings show that as part of input access.
+    const QString keyState = keyMonitorError() + u'\n' + m_monitor->triggerDescription() +
+                             (inputAccessDeclined() ? QStringLiteral("\ndeclined") : QString());
+    if (keyState != m_keyState) {
+        m_keyState = keyState;
+        emit inputAccessChanged();
+    }
+}
+
+QString AppModel::keyTrigger() const
+{
+    return m_monitor->triggerDescription();
 }
 
 bool AppModel::inputAccessDeclined() const
@@ -293,15 +307,20 @@ void AppModel::onFinished(const QString &text)
     setLastDictation(cleaned);
 
     if (m_access.granted) {
-        m_hud->hide(kHideAtOnce);
-        if (sounds)
-            play(Sound::done);
-        m_desktop->paste(Preferences::trailingSpace() ? cleaned + u' ' : cleaned);
-        return;
+        if (m_desktop->paste(Preferences::trailingSpace() ? cleaned + u' ' : cleaned)) {
+            m_hud->hide(kHideAtOnce);
+            if (sounds)
+                play(Sound::done);
+            return;
+        }
+        // The keys did not reach the window: the desktop services left the text on the
+        // clipboard, and the HUD says so.
+        qCInfo(lcApp) << "the text could not be pasted: it was left on the clipboard";
+    } else {
+        // Nothing can be pasted: the text waits on the clipboard instead, and the HUD says so.
+        m_desktop->copyToClipboard(cleaned);
+        qCInfo(lcApp) << "no input access: the text was copied to the clipboard";
     }
-    // Nothing can be pasted: the text waits on the clipboard instead, and the HUD says so.
-    m_desktop->copyToClipboard(cleaned);
-    qCInfo(lcApp) << "no input access: the text was copied to the clipboard";
     if (m_dictation->phase() == Dictation::Phase::idle)
         m_dictation->setNotice(kCopiedNotice);
     if (sounds)

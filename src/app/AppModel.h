@@ -81,6 +81,8 @@ public:
     QString keyMonitorError() const;
     // Which session this is and what the dictation key and the text go through.
     QString sessionSummary() const { return m_session; }
+    // The desktop's description of the key it runs dictation on, where the desktop binds it.
+    QString keyTrigger() const;
 
     Hotkey hotkey() const { return m_hotkey; }
     // Stores the key and restarts the monitor with it, also when the key is unchanged.
@@ -156,6 +158,7 @@ private:
     bool m_recording = false;
     bool m_wasActive = false;
     QString m_session;
+    QString m_keyState; // the key monitor's error and declined prompts, as last reported
 };
 
 } // namespace vocari

@@ -30,8 +30,9 @@ public:
     // The process id of the program whose window has the keyboard, or none.
     virtual std::optional<qint64> frontmostProcess() = 0;
     // Pastes the text into the window in front through the clipboard, which gets the user's
-    // own content back afterwards.
-    virtual void paste(const QString &text) = 0;
+    // own content back afterwards. False when the text could not be put into the window and
+    // was left on the clipboard instead.
+    virtual bool paste(const QString &text) = 0;
     // Types the text into the window in front; returns how many BackSpaces erase it there.
     virtual qsizetype type(const QString &text) = 0;
     // Presses BackSpace `count` times.

@@ -95,6 +95,9 @@ public:
     // itself; askAgain() lets the next open() show it once more.
     virtual bool declined() const { return false; }
     virtual void askAgain() {}
+    // How the desktop describes the key it runs the dictation on, where the desktop binds it
+    // (the user may have chosen another there); empty otherwise.
+    virtual QString triggerDescription() const { return {}; }
 };
 
 // Watches the keyboard of the whole session for the dictation key and reports it as pressed and
@@ -143,6 +146,7 @@ public:
     // start show it again.
     bool declined() const { return m_source->declined(); }
     void askAgain() { m_source->askAgain(); }
+    QString triggerDescription() const { return m_source->triggerDescription(); }
 
     // Takes Escape from the focused window while escapeActive() says so, and gives it back when
     // it no longer does. Called by the owner whenever the answer may have changed.

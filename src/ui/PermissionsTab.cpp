@@ -129,6 +129,9 @@ void PermissionsTab::showInputAccess()
         note.append(QStringLiteral("The dictation key cannot be watched: %1").arg(keyError));
     if (!granted)
         note.append(kWithoutInputAccess);
+    if (!m_model.keyTrigger().isEmpty())
+        note.append(
+            QStringLiteral("The desktop starts a dictation with %1.").arg(m_model.keyTrigger()));
     if (!m_model.sessionSummary().isEmpty())
         note.append(QStringLiteral("Session: %1.").arg(m_model.sessionSummary()));
     m_inputAccess->setNote(note.join(u'\n'));

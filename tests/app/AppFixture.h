@@ -35,6 +35,8 @@ struct ScriptedKeys final : KeyEventSource
         return {};
     }
     QString errorString() const override { return {}; }
+    QString trigger; // what the desktop says it bound the key to
+    QString triggerDescription() const override { return trigger; }
 
     void send(KeyEvent::Kind kind, std::uint16_t code,
               KeyEvent::Route route = KeyEvent::Route::observed)
@@ -66,7 +68,15 @@ struct RecordingDesktop final : DesktopServices
 
     InputAccessState inputAccess() override { return access; }
     std::optional<qint64> frontmostProcess() override { return frontmost; }
-    void paste(const QString &text) override { pasted.append(text); }
+    bool pasteWorks = true;
+    bool paste(const QString &text) override
+    {
+        if (!pasteWorks)
+            copied.append(text);
+        else
+            pasted.append(text);
+        return pasteWorks;
+    }
     qsizetype type(const QString &text) override
     {
         typed.append(text);

@@ -209,6 +209,19 @@ TEST_F(AppModelTest, KeyFromTheDesktopStillWorksWhenTypingWasDeclined)
     EXPECT_EQ(m_desktop->copied, QStringList{QStringLiteral("Nothing lost")});
     EXPECT_EQ(m_model->dictation().notice(), AppModel::kCopiedNotice);
     EXPECT_EQ(m_model->lastDictation(), QStringLiteral("Nothing lost"));
+
+    // Access granted, but the paste's keys do not reach the window: the text stays on the
+    // clipboard and the HUD says so, as without access.
+    m_desktop->access = {true, {}, true};
+    m_desktop->pasteWorks = false;
+    m_model->refreshPermissions();
+    next().finalText = QStringLiteral("still nothing lost");
+    press();
+    release();
+    EXPECT_TRUE(m_desktop->pasted.isEmpty());
+    EXPECT_EQ(m_desktop->copied.back(), QStringLiteral("Still nothing lost"));
+    EXPECT_EQ(m_model->dictation().notice(), AppModel::kCopiedNotice);
+    EXPECT_EQ(m_sounds->played.back(), Sound::problem);
 }
 
 TEST_F(AppModelTest, ControlCommandsFollowTheSession)

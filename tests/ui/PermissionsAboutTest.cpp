@@ -86,6 +86,12 @@ TEST_F(PermissionsTabTest, MissingInputAccessIsExplainedWithoutASettingsButton)
     EXPECT_TRUE(inputAccess()->granted());
     EXPECT_EQ(inputAccess()->note(), QString());
     EXPECT_EQ(inputAccess()->accessibleDescription(), "Granted");
+
+    // A desktop that binds the key itself says which key it chose; the tab follows.
+    m_keys->trigger = QStringLiteral("Ctrl+Alt+D");
+    m_model->refreshPermissions();
+    EXPECT_EQ(inputAccess()->note(),
+              QStringLiteral("The desktop starts a dictation with Ctrl+Alt+D."));
 }
 
 TEST_F(PermissionsTabTest, TheMicrophoneRowNamesTheDeviceInUseAndFollowsDevices)

@@ -59,7 +59,7 @@ class StandInDesktop final : public DesktopServices
 public:
     InputAccessState inputAccess() override { return {true, {}}; }
     std::optional<qint64> frontmostProcess() override { return std::nullopt; }
-    void paste(const QString &) override {}
+    bool paste(const QString &) override { return true; }
     qsizetype type(const QString &text) override { return text.size(); }
     void erase(qsizetype) override {}
     void copyToClipboard(const QString &) override {}
@@ -80,6 +80,9 @@ std::unique_ptr<AppModel> makeModel()
     services.desktop = std::make_unique<StandInDesktop>();
     services.sounds = std::make_unique<Silence>();
     services.models.preload = false;
+    // What the application reports on an ordinary X11 desktop.
+    services.session = QStringLiteral(
+        "X11 session (XDG_SESSION_TYPE is x11); dictation key and typing: the X server");
     return std::make_unique<AppModel>(std::move(services));
 }
 

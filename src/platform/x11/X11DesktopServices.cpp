@@ -22,9 +22,10 @@ std::optional<qint64> X11DesktopServices::frontmostProcess()
     return frontmostProcessId();
 }
 
-void X11DesktopServices::paste(const QString &text)
+bool X11DesktopServices::paste(const QString &text)
 {
     TextInserter::insert(text);
+    return true;
 }
 
 qsizetype X11DesktopServices::type(const QString &text)

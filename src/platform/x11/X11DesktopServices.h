@@ -11,7 +11,7 @@ class X11DesktopServices final : public DesktopServices
 public:
     InputAccessState inputAccess() override;
     std::optional<qint64> frontmostProcess() override;
-    void paste(const QString &text) override;
+    bool paste(const QString &text) override;
     qsizetype type(const QString &text) override;
     void erase(qsizetype count) override;
     void copyToClipboard(const QString &text) override;

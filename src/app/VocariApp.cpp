@@ -46,8 +46,7 @@ AppModel::Services desktopServices(const SessionKind &session)
         services.desktop = std::make_unique<X11DesktopServices>();
         summary = QStringLiteral("dictation key and typing: the X server");
     }
-    services.session =
-        QStringLiteral("%1 session (%2); %3").arg(session.name(), session.reason, summary);
+    services.session = QStringLiteral("%1 (%2); %3").arg(session.name(), session.reason, summary);
     qCInfo(lcApp).noquote() << "session:" << services.session;
     return services;
 }

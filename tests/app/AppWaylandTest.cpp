@@ -180,8 +180,7 @@ TEST_F(AppOnWayland, SaysWhatIsMissingAndShowsItsPopupThroughXWayland)
     VocariOnWayland vocari;
     ASSERT_TRUE(vocari.start()) << qPrintable(vocari.log());
     const QString log = vocari.log();
-    EXPECT_TRUE(
-        log.contains(QStringLiteral("session: Wayland session (XDG_SESSION_TYPE is wayland)")))
+    EXPECT_TRUE(log.contains(QStringLiteral("session: Wayland (XDG_SESSION_TYPE is wayland)")))
         << qPrintable(log);
     // Neither portal nor a virtual keyboard: the user is told what to do instead.
     EXPECT_TRUE(log.contains(QStringLiteral("This desktop offers programs no global shortcuts: "

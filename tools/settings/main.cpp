@@ -81,8 +81,8 @@ std::unique_ptr<AppModel> makeModel()
     services.sounds = std::make_unique<Silence>();
     services.models.preload = false;
     // What the application reports on an ordinary X11 desktop.
-    services.session = QStringLiteral(
-        "X11 session (XDG_SESSION_TYPE is x11); dictation key and typing: the X server");
+    services.session =
+        QStringLiteral("X11 (XDG_SESSION_TYPE is x11); dictation key and typing: the X server");
     return std::make_unique<AppModel>(std::move(services));
 }
 

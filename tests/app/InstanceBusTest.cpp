@@ -1,6 +1,7 @@
 #include "app/InstanceBus.h"
 
 #include "support/EventLoop.h"
+#include "support/PrivateBus.h"
 
 #include <QDBusConnection>
 #include <QDBusError>
@@ -16,6 +17,8 @@ using namespace std::chrono_literals;
 
 namespace vocari {
 namespace {
+
+using test::PrivateBus;
 
 const QString notRunning = QStringLiteral("Vocari is not running.");
 
@@ -68,25 +71,14 @@ class InstanceBusTest : public testing::Test
 protected:
     static void SetUpTestSuite()
     {
-        s_daemon = new QProcess;
-        endWithParent(*s_daemon);
-        s_daemon->start(QStringLiteral("dbus-daemon"),
-                        {"--session", "--nofork", "--print-address=1"});
-        if (s_daemon->waitForStarted(5000) && s_daemon->waitForReadyRead(5000))
-            s_address = QString::fromUtf8(s_daemon->readLine()).trimmed();
-        else
-            s_problem = s_daemon->errorString();
+        s_bus = new PrivateBus;
+        s_address = s_bus->address();
     }
-    static void TearDownTestSuite()
-    {
-        s_daemon->kill();
-        s_daemon->waitForFinished(5000);
-        delete s_daemon;
-    }
+    static void TearDownTestSuite() { delete s_bus; }
     void SetUp() override
     {
         if (s_address.isEmpty())
-            GTEST_SKIP() << "dbus-daemon did not start: " << s_problem.toStdString();
+            GTEST_SKIP() << s_bus->problem().toStdString();
     }
     void TearDown() override
     {
@@ -126,8 +118,8 @@ protected:
         m_received.push_back(command);
     };
 
-    static inline QProcess *s_daemon = nullptr;
-    static inline QString s_address, s_problem;
+    static inline PrivateBus *s_bus = nullptr;
+    static inline QString s_address;
     static inline int s_count = 0;
     QStringList m_connections;
 };

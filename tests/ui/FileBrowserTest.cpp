@@ -1,6 +1,7 @@
 #include "ui/FileBrowser.h"
 
 #include "models/ModelTestSupport.h"
+#include "support/PrivateBus.h"
 
 #include <QDBusConnection>
 #include <QDesktopServices>
@@ -47,11 +48,9 @@ class FileBrowserTest : public testing::Test
 protected:
     void SetUp() override
     {
-        m_daemon.start(QStringLiteral("dbus-daemon"),
-                       {"--session", "--nofork", "--print-address=1"});
-        if (!m_daemon.waitForStarted(5000) || !m_daemon.waitForReadyRead(5000))
-            GTEST_SKIP() << "dbus-daemon did not start: " << m_daemon.errorString().toStdString();
-        const QString address = QString::fromUtf8(m_daemon.readLine()).trimmed();
+        if (m_bus.address().isEmpty())
+            GTEST_SKIP() << m_bus.problem().toStdString();
+        const QString address = m_bus.address();
         ASSERT_TRUE(QDBusConnection::connectToBus(address, kClient).isConnected());
         ASSERT_TRUE(QDBusConnection::connectToBus(address, kManager).isConnected());
         QDesktopServices::setUrlHandler(QStringLiteral("file"), &urls, "open");
@@ -63,8 +62,6 @@ protected:
         QDesktopServices::unsetUrlHandler(QStringLiteral("file"));
         QDBusConnection::disconnectFromBus(kClient);
         QDBusConnection::disconnectFromBus(kManager);
-        m_daemon.kill();
-        m_daemon.waitForFinished(5000);
     }
 
     void startFileManager()
@@ -77,7 +74,7 @@ protected:
 
     static inline const QString kClient = QStringLiteral("file-browser-test-client");
     static inline const QString kManager = QStringLiteral("file-browser-test-manager");
-    QProcess m_daemon;
+    test::PrivateBus m_bus;
     QTemporaryDir folder;
     FakeFileManager manager;
     UrlRecorder urls;

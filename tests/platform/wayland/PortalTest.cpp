@@ -6,14 +6,12 @@
 #include "platform/wayland/PortalSession.h"
 #include "platform/wayland/PortalShortcutSource.h"
 #include "support/EventLoop.h"
+#include "support/PrivateBus.h"
 #include "support/ScopedSettings.h"
 
 #include <QDBusObjectPath>
-#include <QProcess>
 #include <gtest/gtest.h>
 #include <optional>
-#include <signal.h>
-#include <sys/prctl.h>
 
 using namespace std::chrono_literals;
 
@@ -48,26 +46,15 @@ class PortalTest : public testing::Test
 protected:
     static void SetUpTestSuite()
     {
-        s_daemon = new QProcess;
-        s_daemon->setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
-        s_daemon->start(QStringLiteral("dbus-daemon"),
-                        {"--session", "--nofork", "--print-address=1"});
-        if (s_daemon->waitForStarted(5000) && s_daemon->waitForReadyRead(5000))
-            s_address = QString::fromUtf8(s_daemon->readLine()).trimmed();
-        else
-            s_problem = s_daemon->errorString();
+        s_bus = new test::PrivateBus;
+        s_address = s_bus->address();
     }
-    static void TearDownTestSuite()
-    {
-        s_daemon->kill();
-        s_daemon->waitForFinished(5000);
-        delete s_daemon;
-    }
+    static void TearDownTestSuite() { delete s_bus; }
 
     void SetUp() override
     {
         if (s_address.isEmpty())
-            GTEST_SKIP() << "dbus-daemon did not start: " << s_problem.toStdString();
+            GTEST_SKIP() << s_bus->problem().toStdString();
         m_fake = std::make_unique<FakePortal>(s_address, FakePortal::Options{});
         ASSERT_TRUE(m_fake->isRunning());
         m_client = QStringLiteral("client-%1").arg(++s_count);
@@ -114,9 +101,8 @@ protected:
     std::unique_ptr<FakePortal> m_fake;
     QString m_client;
 
-    static inline QProcess *s_daemon = nullptr;
+    static inline test::PrivateBus *s_bus = nullptr;
     static inline QString s_address;
-    static inline QString s_problem;
     static inline int s_count = 0;
 };
 

@@ -90,6 +90,8 @@ QPointer<PortalRequest> PortalRequest::start(const QDBusConnection &bus, const Q
 
 void PortalRequest::abandon()
 {
+    // An answer already on its way to the callback is dropped as well.
+    m_abandoned = true;
     if (m_finished)
         return;
     if (!m_handle.isEmpty())
@@ -146,10 +148,16 @@ void PortalRequest::finish(PortalResponse response)
     m_timeout.stop();
     unfollow();
     // The callback runs from the event loop, where it may delete its owner (and so this
-    // request) without pulling anything from under a frame further up.
+    // request) without pulling anything from under a frame further up. It is queued on the
+    // request, ahead of the request's own deletion, so that an owner that goes first (taking
+    // its child requests along) or an abandon() meanwhile drops it.
     if (Callback done = std::move(m_done)) {
         QMetaObject::invokeMethod(
-            parent(), [done = std::move(done), response = std::move(response)] { done(response); },
+            this,
+            [this, done = std::move(done), response = std::move(response)] {
+                if (!m_abandoned)
+                    done(response);
+            },
             Qt::QueuedConnection);
     }
     deleteLater();

@@ -87,6 +87,7 @@ private:
     QDBusConnection m_bus;
     Callback m_done;
     QString m_handle;
+    bool m_abandoned = false;
     QTimer m_timeout;
     bool m_finished = false;
 };

@@ -14,6 +14,7 @@
 #include <QTextBoundaryFinder>
 #include <QTimer>
 #include <array>
+#include <memory>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -26,6 +27,31 @@ namespace {
 
 constexpr qsizetype maxChunkUnits = 20;
 constexpr int restoreDelayMs = 500;
+// A program that has not fetched the pasted text by the restore delay (a busy terminal, say) is
+// given this much longer, looking every restoreStepMs, before the user's content comes back:
+// restoring first would paste the old clipboard.
+constexpr int longestWaitMs = 3000;
+constexpr int restoreStepMs = 100;
+
+// The dictation on the clipboard, noting when another program fetches it.
+class WatchedText final : public QMimeData
+{
+public:
+    WatchedText(const QString &text, std::shared_ptr<bool> fetched) : m_fetched(std::move(fetched))
+    {
+        setText(text);
+    }
+
+protected:
+    QVariant retrieveData(const QString &format, QMetaType type) const override
+    {
+        *m_fetched = true;
+        return QMimeData::retrieveData(format, type);
+    }
+
+private:
+    std::shared_ptr<bool> m_fetched;
+};
 
 // Every format the clipboard offered, in its order, with its bytes.
 using ClipboardCopy = std::vector<std::pair<QString, QByteArray>>;
@@ -37,6 +63,8 @@ struct PendingRestore
     QPointer<QTimer> timer;
     ClipboardCopy clipboard;
     std::optional<ClipboardCopy> selection;
+    std::shared_ptr<bool> fetched; // whether a program has fetched the latest pasted text
+    int waitedMs = 0;
 };
 
 PendingRestore &pending()
@@ -135,9 +163,11 @@ void insert(const QString &text)
     if (viaSelection && !state.selection)
         state.selection = copyOf(board->mimeData(QClipboard::Selection));
 
-    board->setText(text);
+    state.fetched = std::make_shared<bool>(false);
+    state.waitedMs = 0;
+    board->setMimeData(new WatchedText(text, state.fetched));
     if (viaSelection)
-        board->setText(text, QClipboard::Selection);
+        board->setMimeData(new WatchedText(text, state.fetched), QClipboard::Selection);
     X11Keyboard::shared().paste(shortcutFor(keys));
 
     if (Preferences::keepOnClipboard()) {
@@ -148,6 +178,12 @@ void insert(const QString &text)
     timer->setSingleShot(true);
     state.timer = timer;
     QObject::connect(timer, &QTimer::timeout, timer, [timer] {
+        PendingRestore &waiting = pending();
+        if (!*waiting.fetched && waiting.waitedMs < longestWaitMs) {
+            waiting.waitedMs += restoreStepMs;
+            timer->start(restoreStepMs);
+            return;
+        }
         PendingRestore saved = std::exchange(pending(), {});
         timer->deleteLater();
         restore(saved.clipboard, QClipboard::Clipboard);

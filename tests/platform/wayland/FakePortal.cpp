@@ -241,11 +241,10 @@ FakePortal::~FakePortal()
     bus.unregisterService(QStringLiteral("org.freedesktop.portal.Desktop"));
     bus.unregisterObject(desktopPath, QDBusConnection::UnregisterTree);
     QDBusConnection::disconnectFromBus(m_connectionName);
-    if (m_object)
-        QMetaObject::invokeMethod(
-            m_object, [object = m_object] { delete object; }, Qt::BlockingQueuedConnection);
+    // The portal's thread ends first; joining it orders everything it did before the delete.
     m_thread.quit();
     m_thread.wait();
+    delete m_object;
 }
 
 QList<FakePortal::Call> FakePortal::calls(const QString &method) const

@@ -3,6 +3,7 @@
 // private session bus. The test holds the dictation key with xdotool, plays speech, and reads
 // what arrives in a test window of another process.
 
+#include "VocariHome.h"
 #include "platform/audio/ChildProcess.h"
 #include "platform/audio/PulseServer.h"
 #include "platform/x11/DesktopSupport.h"
@@ -71,8 +72,8 @@ private:
     }
 };
 
-// One user's fresh home for one start of vocari.
-class VocariRun
+// One user's fresh home for one start of vocari on the test display.
+class VocariRun : public VocariHome
 {
 public:
     enum class Speech
@@ -81,79 +82,40 @@ public:
         toneModel // the Parakeet test model, installed as a downloaded model and selected
     };
 
-    VocariRun(Speech speech, QJsonObject settings, const QString &display = {})
-        : m_display(display.isEmpty() ? qEnvironmentVariable("DISPLAY") : display)
+    VocariRun(Speech speech, const QJsonObject &settings, const QString &display = {})
+        : VocariHome(withDefaults(speech, settings), sessionOn(display))
+    {
+        if (speech == Speech::toneModel)
+            installToneModel();
+    }
+
+private:
+    static QJsonObject withDefaults(Speech speech, QJsonObject settings)
     {
         // The feedback sounds would play into the test microphone.
         settings.insert(QStringLiteral("sounds"), false);
         settings.insert(QStringLiteral("autoCapitalize"), true);
-        if (speech == Speech::toneModel) {
+        if (speech == Speech::toneModel)
             settings.insert(QStringLiteral("engine"), QStringLiteral("parakeetRedux"));
-            installToneModel();
-        }
-        QDir().mkpath(configPath());
-        QFile file(configPath() + QStringLiteral("/settings.json"));
-        file.open(QIODevice::WriteOnly);
-        file.write(QJsonDocument(settings).toJson());
+        return settings;
     }
 
-    QString configPath() const { return m_home.filePath(QStringLiteral("config/vocari")); }
-    QString modelsPath() const { return m_home.filePath(QStringLiteral("data/vocari/models")); }
-
-    ChildProcess::Options options(bool keepOutput = false) const
+    static ChildProcess::Options sessionOn(const QString &display)
     {
         Session &session = Session::get();
         ChildProcess::Options options;
         options.environment = {
-            {QStringLiteral("DISPLAY"), m_display},
+            {QStringLiteral("DISPLAY"),
+             display.isEmpty() ? qEnvironmentVariable("DISPLAY") : display},
             {QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb")},
-            {QStringLiteral("PULSE_SERVER"), session.pulse->address()},
+            {QStringLiteral("PULSE_SERVER"), session.pulse ? session.pulse->address() : QString()},
             {QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), session.busAddress},
-            {QStringLiteral("XDG_CONFIG_HOME"), m_home.filePath(QStringLiteral("config"))},
-            {QStringLiteral("XDG_DATA_HOME"), m_home.filePath(QStringLiteral("data"))},
-            {QStringLiteral("QT_LOGGING_RULES"), QStringLiteral("vocari.*=true")},
         };
         options.unsetEnvironment = {QStringLiteral("XDG_SESSION_TYPE"),
                                     QStringLiteral("WAYLAND_DISPLAY")};
-        if (keepOutput)
-            options.keepOutput = true;
-        else
-            options.logFile = m_home.filePath(QStringLiteral("vocari.log"));
         return options;
     }
 
-    // Starts vocari and waits until it says it is ready.
-    bool start()
-    {
-        QString error;
-        m_process = ChildProcess::start(QStringLiteral(VOCARI_BINARY), {}, options(), &error);
-        if (!m_process) {
-            ADD_FAILURE() << qPrintable(error);
-            return false;
-        }
-        return waitForLog(QStringLiteral("ready in"), 20s);
-    }
-
-    // Runs "vocari <words>" as another start would; its exit code, output in *output.
-    int command(const QStringList &words, QByteArray *output = nullptr) const
-    {
-        return ChildProcess::run(QStringLiteral(VOCARI_BINARY), words, options(true), output);
-    }
-
-    QString log() const
-    {
-        QFile file(m_home.filePath(QStringLiteral("vocari.log")));
-        return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
-    }
-    bool waitForLog(const QString &text, std::chrono::milliseconds limit = 10s) const
-    {
-        return waitUntil([&] { return log().contains(text); }, limit);
-    }
-
-    bool isRunning() { return m_process && m_process->isRunning(); }
-    ChildProcess *process() { return m_process.get(); }
-
-private:
     void installToneModel() const
     {
         const QString target = modelsPath() + QStringLiteral("/parakeetRedux");
@@ -162,10 +124,6 @@ private:
         for (const QString &name : source.entryList(QDir::Files))
             QFile::copy(source.filePath(name), target + u'/' + name);
     }
-
-    QTemporaryDir m_home;
-    QString m_display;
-    std::unique_ptr<ChildProcess> m_process;
 };
 
 QString fixtureSpeech()

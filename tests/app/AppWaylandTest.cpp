@@ -3,6 +3,7 @@
 // Wayland, say exactly what is missing for the dictation key and for typing, keep running, and
 // still show its popup through XWayland.
 
+#include "VocariHome.h"
 #include "platform/audio/ChildProcess.h"
 #include "support/EventLoop.h"
 
@@ -85,72 +86,23 @@ private:
     }
 };
 
-// One user's fresh home and one start of vocari in the session.
-class VocariOnWayland
+// One user's fresh home for one start of vocari in the session. Without a sound server a
+// dictation ends at once with a notice, which the popup shows.
+VocariHome vocariOnWayland()
 {
-public:
-    VocariOnWayland()
-    {
-        QDir().mkpath(m_home.filePath(QStringLiteral("config/vocari")));
-        QFile file(m_home.filePath(QStringLiteral("config/vocari/settings.json")));
-        file.open(QIODevice::WriteOnly);
-        file.write(QJsonDocument(QJsonObject{{QStringLiteral("sounds"), false}}).toJson());
-    }
-
-    ChildProcess::Options options(bool keepOutput = false) const
-    {
-        const WaylandSession &session = WaylandSession::get();
-        ChildProcess::Options options;
-        options.environment = {
-            {QStringLiteral("XDG_SESSION_TYPE"), QStringLiteral("wayland")},
-            {QStringLiteral("XDG_RUNTIME_DIR"), session.runtime.path()},
-            {QStringLiteral("WAYLAND_DISPLAY"), QLatin1String(WaylandSession::kSocket)},
-            {QStringLiteral("DISPLAY"), session.xDisplay},
-            {QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), session.busAddress},
-            {QStringLiteral("XDG_CONFIG_HOME"), m_home.filePath(QStringLiteral("config"))},
-            {QStringLiteral("XDG_DATA_HOME"), m_home.filePath(QStringLiteral("data"))},
-            {QStringLiteral("QT_LOGGING_RULES"), QStringLiteral("vocari.*=true")},
-        };
-        // No sound server: a dictation ends at once with a notice, which the popup shows.
-        options.unsetEnvironment = {QStringLiteral("QT_QPA_PLATFORM"),
-                                    QStringLiteral("PULSE_SERVER")};
-        options.environment.insert(QStringLiteral("PULSE_SERVER"),
-                                   QStringLiteral("unix:/nonexistent"));
-        if (keepOutput)
-            options.keepOutput = true;
-        else
-            options.logFile = m_home.filePath(QStringLiteral("vocari.log"));
-        return options;
-    }
-
-    bool start()
-    {
-        QString error;
-        m_process = ChildProcess::start(QStringLiteral(VOCARI_BINARY), {}, options(), &error);
-        if (!m_process) {
-            ADD_FAILURE() << qPrintable(error);
-            return false;
-        }
-        return waitUntil([&] { return log().contains(QStringLiteral("ready in")); }, 20s);
-    }
-
-    int command(const QString &word) const
-    {
-        return ChildProcess::run(QStringLiteral(VOCARI_BINARY), {word}, options(true));
-    }
-
-    QString log() const
-    {
-        QFile file(m_home.filePath(QStringLiteral("vocari.log")));
-        return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
-    }
-
-    bool isRunning() { return m_process && m_process->isRunning(); }
-
-private:
-    QTemporaryDir m_home;
-    std::unique_ptr<ChildProcess> m_process;
-};
+    const WaylandSession &session = WaylandSession::get();
+    ChildProcess::Options options;
+    options.environment = {
+        {QStringLiteral("XDG_SESSION_TYPE"), QStringLiteral("wayland")},
+        {QStringLiteral("XDG_RUNTIME_DIR"), session.runtime.path()},
+        {QStringLiteral("WAYLAND_DISPLAY"), QLatin1String(WaylandSession::kSocket)},
+        {QStringLiteral("DISPLAY"), session.xDisplay},
+        {QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), session.busAddress},
+        {QStringLiteral("PULSE_SERVER"), QStringLiteral("unix:/nonexistent")},
+    };
+    options.unsetEnvironment = {QStringLiteral("QT_QPA_PLATFORM")};
+    return VocariHome(QJsonObject{{QStringLiteral("sounds"), false}}, options);
+}
 
 // Whether XWayland shows a window of that exact name.
 bool visibleOnXWayland(const QString &name)
@@ -177,7 +129,7 @@ protected:
 
 TEST_F(AppOnWayland, SaysWhatIsMissingAndShowsItsPopupThroughXWayland)
 {
-    VocariOnWayland vocari;
+    VocariHome vocari = vocariOnWayland();
     ASSERT_TRUE(vocari.start()) << qPrintable(vocari.log());
     const QString log = vocari.log();
     EXPECT_TRUE(log.contains(QStringLiteral("session: Wayland (XDG_SESSION_TYPE is wayland)")))
@@ -192,12 +144,12 @@ TEST_F(AppOnWayland, SaysWhatIsMissingAndShowsItsPopupThroughXWayland)
 
     // A dictation from the control command: without a microphone it ends with a notice, which
     // the popup shows on the XWayland display.
-    ASSERT_EQ(vocari.command(QStringLiteral("start")), 0);
+    ASSERT_EQ(vocari.command({QStringLiteral("start")}), 0);
     EXPECT_TRUE(waitUntil([] { return visibleOnXWayland(QStringLiteral("Vocari")); }, 5s))
         << qPrintable(vocari.log());
     spin(2500ms);
     EXPECT_TRUE(vocari.isRunning()) << qPrintable(vocari.log());
-    EXPECT_EQ(vocari.command(QStringLiteral("quit")), 0);
+    EXPECT_EQ(vocari.command({QStringLiteral("quit")}), 0);
 }
 
 } // namespace

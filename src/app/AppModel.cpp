@@ -175,7 +175,6 @@ void AppModel::askForInputAccessAgain()
         m_monitor->stop();
     }
     refreshPermissions();
-    emit inputAccessChanged();
 }
 
 void AppModel::startMonitor()

@@ -54,7 +54,8 @@ AppModel::Services desktopServices(const SessionKind &session)
 } // namespace
 
 VocariApp::VocariApp(const QElapsedTimer &started, QObject *parent)
-    : QObject(parent), m_model(std::make_unique<AppModel>(desktopServices(SessionKind::detect())))
+    : QObject(parent), m_session(SessionKind::detect()),
+      m_model(std::make_unique<AppModel>(desktopServices(m_session)))
 {
     m_menu = std::make_unique<QMenu>();
     m_menuContent = std::make_unique<MenuContent>(
@@ -64,8 +65,8 @@ VocariApp::VocariApp(const QElapsedTimer &started, QObject *parent)
 
     // Logged once the event loop runs, when the tray icon has been handed to the desktop.
     QTimer::singleShot(0, this, [this, started] {
-        const bool xwayland = SessionKind::detect().isWayland() &&
-                              QGuiApplication::platformName() == QLatin1String("xcb");
+        const bool xwayland =
+            m_session.isWayland() && QGuiApplication::platformName() == QLatin1String("xcb");
         qCInfo(lcApp, "ready in %.2f s: %s, speech: %s, input access: %s, windows: %s",
                started.nsecsElapsed() / 1e9, m_tray ? "tray icon shown" : "no tray",
                qUtf8Printable(m_model->selectedEngineName()),

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/ControlCommand.h"
+#include "platform/wayland/SessionKind.h"
 
 #include <QElapsedTimer>
 #include <QObject>
@@ -36,6 +37,7 @@ private:
     void showTrayIcon();
     void updateTrayIcon(bool active);
 
+    const SessionKind m_session;
     std::unique_ptr<AppModel> m_model;
     std::unique_ptr<QMenu> m_menu;
     std::unique_ptr<MenuContent> m_menuContent;

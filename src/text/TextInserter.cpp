@@ -197,11 +197,8 @@ qsizetype type(const QString &text)
 {
     if (text.isEmpty())
         return 0;
-    // A line break is one Return, whichever convention the text uses.
-    QString lines = text;
-    lines.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
-    lines.replace(QChar(u'\r'), QChar(u'\n'));
-    const std::optional<QString> sent = X11Keyboard::shared().type(typingChunks(lines));
+    const std::optional<QString> sent =
+        X11Keyboard::shared().type(typingChunks(unifiedLineBreaks(text)));
     if (!sent)
         return 0;
     return backspaceCount(*sent, backspaceRule(ActiveWindow::current()));
@@ -216,6 +213,14 @@ void erase(qsizetype count)
 bool restorePending()
 {
     return !pending().timer.isNull();
+}
+
+QString unifiedLineBreaks(const QString &text)
+{
+    QString lines = text;
+    lines.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
+    lines.replace(QChar(u'\r'), QChar(u'\n'));
+    return lines;
 }
 
 QStringList typingChunks(const QString &text)

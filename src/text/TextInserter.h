@@ -41,6 +41,9 @@ void erase(qsizetype count);
 // Whether a clipboard restore is still waiting to run.
 bool restorePending();
 
+// The text with every line break (CR LF, CR or LF) as one LF, which is typed as one Return.
+QString unifiedLineBreaks(const QString &text);
+
 // The text cut into pieces of at most 20 UTF-16 code units; a piece that would end between the
 // two halves of a surrogate pair ends one unit earlier.
 QStringList typingChunks(const QString &text);

@@ -101,10 +101,7 @@ bool WaylandDesktopServices::paste(const QString &text)
 
 std::optional<qsizetype> WaylandDesktopServices::typeText(const QString &text)
 {
-    QString lines = text;
-    lines.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
-    lines.replace(QChar(u'\r'), QChar(u'\n'));
-    const std::vector<KeysymEvent> events = typingKeysyms(lines);
+    const std::vector<KeysymEvent> events = typingKeysyms(TextInserter::unifiedLineBreaks(text));
     if (!events.empty() && !send(events))
         return std::nullopt;
     // One BackSpace per character sent (Wayland programs, GTK 4 and Qt, take back one code

@@ -2,11 +2,14 @@
 
 #include <QFile>
 #include <QLoggingCategory>
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
 #include <pocketsphinx.h>
+#include <sphinxbase/cmn.h>
 #include <sphinxbase/err.h>
+#include <sphinxbase/feat.h>
 
 namespace vocari {
 
@@ -61,7 +64,24 @@ std::unique_ptr<SphinxDecoder> SphinxDecoder::load(const SphinxModel &model, QSt
     return std::unique_ptr<SphinxDecoder>(new SphinxDecoder(decoder));
 }
 
-SphinxDecoder::SphinxDecoder(ps_decoder_s *decoder) : m_decoder(decoder) {}
+namespace {
+
+cmn_t *cepstralMean(ps_decoder_t *decoder)
+{
+    feat_t *features = ps_get_feat(decoder);
+    return features ? features->cmn_struct : nullptr;
+}
+
+} // namespace
+
+SphinxDecoder::SphinxDecoder(ps_decoder_s *decoder) : m_decoder(decoder)
+{
+    static_assert(sizeof(mfcc_t) == sizeof(float), "PocketSphinx built with fixed-point features");
+    if (cmn_t *cmn = cepstralMean(m_decoder); cmn && cmn->veclen > 0) {
+        m_freshMean.resize(size_t(cmn->veclen));
+        cmn_live_get(cmn, m_freshMean.data());
+    }
+}
 
 SphinxDecoder::~SphinxDecoder()
 {
@@ -77,6 +97,14 @@ bool SphinxDecoder::knowsWord(const QString &word) const
     return known;
 }
 
+bool SphinxDecoder::startStream()
+{
+    if (cmn_t *cmn = cepstralMean(m_decoder); cmn && size_t(cmn->veclen) == m_freshMean.size())
+        cmn_live_set(cmn, m_freshMean.data());
+    m_noise = 2463534242u;
+    return ps_start_stream(m_decoder) >= 0;
+}
+
 bool SphinxDecoder::startUtterance()
 {
     m_inUtterance = ps_start_utt(m_decoder) >= 0;
@@ -87,7 +115,16 @@ bool SphinxDecoder::process(std::span<const int16_t> samples)
 {
     if (samples.empty())
         return true;
-    return ps_process_raw(m_decoder, samples.data(), samples.size(), FALSE, FALSE) >= 0;
+    m_dithered.assign(samples.begin(), samples.end());
+    for (int16_t &sample : m_dithered) {
+        // xorshift32: cheap, and the same sequence from the same seed.
+        m_noise ^= m_noise << 13;
+        m_noise ^= m_noise >> 17;
+        m_noise ^= m_noise << 5;
+        const int step = int(m_noise % 3) - 1;
+        sample = int16_t(std::clamp(int(sample) + step, -32768, 32767));
+    }
+    return ps_process_raw(m_decoder, m_dithered.data(), m_dithered.size(), FALSE, FALSE) >= 0;
 }
 
 bool SphinxDecoder::inSpeech() const

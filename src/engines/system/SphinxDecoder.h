@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <vector>
 
 struct ps_decoder_s;
 
@@ -29,8 +30,17 @@ public:
     // Whether the pronunciation dictionary holds the word (compared in lower case).
     bool knowsWord(const QString &word) const;
 
+    // Starts a new stream of audio (a dictation) from the state a freshly loaded decoder has,
+    // whatever earlier streams taught it: the decoder adapts its noise estimate and cepstral
+    // mean to the audio it hears, and what it learnt from another dictation (or from a beep)
+    // makes it mishear the next one. Utterances of one stream still learn from each other.
+    bool startStream();
     bool startUtterance();
-    // Decodes more samples of the current utterance; false on a decoder error.
+    // Decodes more samples of the current utterance; false on a decoder error. A faint noise
+    // of one step is added first: digital silence (a muted or virtual microphone gives exact
+    // zeros) has no energy to take a logarithm of, and seconds of it before the words drag
+    // the decoder's cepstral mean far from where speech is. The noise starts over with every
+    // stream, so the same audio always gives the same words.
     bool process(std::span<const int16_t> samples);
     // Whether the samples decoded last were speech, by the decoder's own voice detection.
     bool inSpeech() const;
@@ -46,6 +56,9 @@ private:
     explicit SphinxDecoder(ps_decoder_s *decoder);
 
     ps_decoder_s *m_decoder;
+    std::vector<float> m_freshMean; // the cepstral mean right after loading
+    std::vector<int16_t> m_dithered;
+    uint32_t m_noise = 0; // state of the noise generator
     bool m_inUtterance = false;
 };
 

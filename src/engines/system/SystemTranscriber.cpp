@@ -168,7 +168,7 @@ void SystemTranscriber::startDecoding(std::shared_ptr<SphinxDecoder> decoder)
 
 void SystemTranscriber::decode(SphinxDecoder &decoder)
 {
-    if (!decoder.startUtterance()) {
+    if (!decoder.startStream() || !decoder.startUtterance()) {
         fail(QStringLiteral("The speech decoder could not start."));
         return;
     }

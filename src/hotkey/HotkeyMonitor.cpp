@@ -2,6 +2,7 @@
 
 #include <QLoggingCategory>
 #include <QStringList>
+#include <QTimer>
 #include <algorithm>
 
 namespace vocari {
@@ -11,6 +12,9 @@ Q_LOGGING_CATEGORY(lcHotkey, "vocari.hotkey", QtInfoMsg)
 namespace {
 
 const KeyGrab escapeGrab{KeyCode::escape, 0, true};
+// An Escape seen only as an observed event waits this long for its grabbed copy (the server
+// sends the two together), so that a press the grab did take cancels once, through the grab.
+constexpr int kObservedEscapeWaitMs = 60;
 
 // The failure of one grab among several, if it failed.
 const GrabFailure *failureOf(const std::vector<GrabFailure> &failures, const KeyGrab &grab)
@@ -61,7 +65,8 @@ QString cannotGrabMessage(const Hotkey &hotkey, const GrabFailure &failure)
 
 } // namespace
 
-HotkeyMonitor::HotkeyMonitor(std::unique_ptr<KeyEventSource> source) : m_source(std::move(source))
+HotkeyMonitor::HotkeyMonitor(std::unique_ptr<KeyEventSource> source)
+    : m_source(std::move(source)), m_timers(std::make_unique<QObject>())
 {
 }
 
@@ -116,6 +121,7 @@ void HotkeyMonitor::stop()
     m_running = false;
     m_down = false;
     m_escapeGrabbed = false;
+    m_escapeWhole = false;
 }
 
 bool HotkeyMonitor::isRunning() const
@@ -141,11 +147,22 @@ void HotkeyMonitor::refreshEscapeGrab()
     noteEscapeGrab(wanted, m_source->setGrabs(grabsFor(m_hotkey, wanted)));
 }
 
+bool HotkeyMonitor::escapeCancels() const
+{
+    return isRunning() && (m_source->seesEveryKey() || !m_escapeRefused);
+}
+
 void HotkeyMonitor::noteEscapeGrab(bool wanted, const std::vector<GrabFailure> &failures)
 {
     const GrabFailure *failure = wanted ? failureOf(failures, escapeGrab) : nullptr;
     m_escapeGrabbed = wanted && (!failure || failure->partly);
-    if (failure && failure->partly)
+    m_escapeWhole = wanted && !failure;
+    if (wanted)
+        m_escapeRefused = failure && !failure->partly;
+    if (failure && m_source->seesEveryKey())
+        qCInfo(lcHotkey, "Escape with some modifiers belongs to another program; pressed so, it "
+                         "still cancels dictation, and reaches that program too.");
+    else if (failure && failure->partly)
         qCWarning(lcHotkey, "Escape with some modifiers is held by another program; pressed so, "
                             "it cannot cancel dictation.");
     else if (failure && failure->reason == GrabFailure::Reason::refused)
@@ -168,21 +185,48 @@ bool HotkeyMonitor::handle(const KeyEvent &event)
 
     // Observed events: a modifier key alone follows its own presses and releases. A
     // combination's release is seen here once its grab has been handed back to the session.
+    if (event.keyCode == KeyCode::escape && event.kind == KeyEvent::Kind::press)
+        handleObservedEscape(event);
     if (!isHotkey)
         return false;
     if (m_hotkey.modifierOnly) {
-        if (Hotkey::flag(event.keyCode))
-            setDown(event.kind == KeyEvent::Kind::press);
+        if (Hotkey::flag(event.keyCode)) {
+            const bool press = event.kind == KeyEvent::Kind::press;
+            if (press && !event.autoRepeat)
+                m_source->maskModifierTap();
+            setDown(press);
+        }
     } else if (event.kind == KeyEvent::Kind::release) {
         setDown(false);
     }
     return false;
 }
 
+void HotkeyMonitor::handleObservedEscape(const KeyEvent &event)
+{
+    // With the whole grab held, every Escape comes through it; without a grab nothing cancels.
+    if (event.autoRepeat || !m_running || m_escapeWhole || !escapeActive || !escapeActive())
+        return;
+    // The grabbed copy of this press may have come first, or may still come.
+    const auto now = std::chrono::steady_clock::now();
+    const std::chrono::milliseconds wait(kObservedEscapeWaitMs);
+    if (m_grabbedEscapeAt && now - *m_grabbedEscapeAt < wait)
+        return;
+    QTimer::singleShot(wait, m_timers.get(), [this, now] {
+        const bool grabbed = m_grabbedEscapeAt && *m_grabbedEscapeAt >= now;
+        if (grabbed || !m_running || !escapeActive || !escapeActive())
+            return;
+        qCDebug(lcHotkey, "Escape seen outside the grab: cancelling");
+        if (const std::function<void()> callback = onEscape)
+            callback();
+    });
+}
+
 bool HotkeyMonitor::handleGrabbedPress(const KeyEvent &event)
 {
     if (event.keyCode == KeyCode::escape) {
         if (escapeActive && escapeActive()) {
+            m_grabbedEscapeAt = std::chrono::steady_clock::now();
             // A copy, so that the callback may replace the callbacks while it runs.
             if (const std::function<void()> callback = onEscape)
                 callback();

@@ -2,10 +2,13 @@
 
 #include "hotkey/Hotkey.h"
 
+#include <QObject>
 #include <QString>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace vocari {
@@ -98,6 +101,14 @@ public:
     // How the desktop describes the key it runs the dictation on, where the desktop binds it
     // (the user may have chosen another there); empty otherwise.
     virtual QString triggerDescription() const { return {}; }
+    // Whether every key of the session reaches the sink as an observed event, grabbed or not,
+    // so that a key the desktop keeps from a grab (Escape with a modifier a window manager
+    // holds) is still seen.
+    virtual bool seesEveryKey() const { return false; }
+    // Makes sure the focused window does not take a modifier key pressed on its own for a
+    // lone tap when it is let go (Firefox and others open their menu bar on a lone Alt),
+    // with a key event that does nothing else. Called while the key is down.
+    virtual void maskModifierTap() {}
 };
 
 // Watches the keyboard of the whole session for the dictation key and reports it as pressed and
@@ -107,6 +118,10 @@ public:
 // through: a release without its press is harmless), except that a modifier key used on its own
 // is only watched, so other programs still see it. An Escape taken by a grab that has outlived
 // its reason goes on to the focused window.
+//
+// Where the desktop keeps Escape with some modifiers from the grab (a window manager holding
+// Alt+Escape), an Escape seen only through the observed events cancels as well; it then also
+// reaches its owner.
 //
 // A modifier key used on its own follows its own presses and releases (auto-repeat ignored). A
 // combination or function key is grabbed: its press (with exactly the chosen modifiers) starts
@@ -151,6 +166,9 @@ public:
     // Takes Escape from the focused window while escapeActive() says so, and gives it back when
     // it no longer does. Called by the owner whenever the answer may have changed.
     void refreshEscapeGrab();
+    // Whether Escape can cancel a dictation now: the monitor runs, and Escape is either seen
+    // whatever grabs the desktop allows, or its grab has not been refused.
+    bool escapeCancels() const;
 
     // The grabs the monitor wants for a key: none for a modifier key alone, else the key with
     // its modifiers; plus Escape with any modifiers while Escape cancels.
@@ -159,6 +177,7 @@ public:
 private:
     bool handle(const KeyEvent &event);
     bool handleGrabbedPress(const KeyEvent &event);
+    void handleObservedEscape(const KeyEvent &event);
     void noteEscapeGrab(bool wanted, const std::vector<GrabFailure> &failures);
     void setDown(bool down);
     void fail(const QString &message);
@@ -168,6 +187,11 @@ private:
     bool m_running = false;
     bool m_down = false;
     bool m_escapeGrabbed = false;
+    bool m_escapeWhole = false;        // the grab takes Escape with every modifier
+    bool m_escapeRefused = false;      // the last try to take Escape failed outright
+    std::unique_ptr<QObject> m_timers; // context of pending checks; gone with the monitor
+    // When a grabbed Escape last cancelled, to tell its observed copy from a press of its own.
+    std::optional<std::chrono::steady_clock::time_point> m_grabbedEscapeAt;
     QString m_error;
     QString m_lastLoggedError;
 };

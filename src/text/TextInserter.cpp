@@ -237,8 +237,28 @@ QStringList typingChunks(const QString &text)
     return chunks;
 }
 
+namespace {
+
+// Whether a WM_CLASS name starts with one of the names, in any case.
+bool namedLike(const QString &windowClassName, std::initializer_list<const char *> names)
+{
+    const QString name = windowClassName.toLower();
+    return std::any_of(names.begin(), names.end(), [&name](const char *known) {
+        return name.startsWith(QLatin1String(known));
+    });
+}
+
+} // namespace
+
 BackspaceRule backspaceRule(const ActiveWindow &window)
 {
+    for (const QString &name : {window.className, window.instanceName}) {
+        if (namedLike(name,
+                      {"chromium", "google-chrome", "brave-browser", "microsoft-edge", "vivaldi"}))
+            return BackspaceRule::chromium;
+        if (namedLike(name, {"firefox", "librewolf", "waterfox", "thunderbird"}))
+            return BackspaceRule::firefox;
+    }
     if (!window.processId || isTerminal(window.instanceName) || isTerminal(window.className))
         return BackspaceRule::codePoint;
     // The program's mapped libraries tell its toolkit; a process of another user cannot be
@@ -251,11 +271,57 @@ BackspaceRule backspaceRule(const ActiveWindow &window)
                                                                         : BackspaceRule::codePoint;
 }
 
+namespace {
+
+// An emoji or another pictographic symbol, a regional indicator among them.
+bool isPictograph(char32_t c)
+{
+    return (c >= 0x1F000 && c <= 0x1FAFF) || QChar::category(c) == QChar::Symbol_Other;
+}
+
+// A code point that belongs to the emoji before it: a variation selector or a skin tone.
+bool modifiesEmoji(char32_t c)
+{
+    return (c >= 0xFE00 && c <= 0xFE0F) || (c >= 0x1F3FB && c <= 0x1F3FF);
+}
+
+// Firefox's presses for an emoji sequence: one for the last joiner and what follows it, then
+// one per code point of the rest, an emoji with its selector or skin tone counting once.
+qsizetype firefoxPresses(const QList<uint> &cluster)
+{
+    constexpr uint joiner = 0x200D;
+    const qsizetype lastJoiner = cluster.lastIndexOf(joiner);
+    if (lastJoiner < 0)
+        return 1;
+    qsizetype presses = 1;
+    for (qsizetype i = 0; i < lastJoiner; ++i) {
+        if (i == 0 || !modifiesEmoji(cluster[i]) || !isPictograph(cluster[i - 1]))
+            ++presses;
+    }
+    return presses;
+}
+
+} // namespace
+
 qsizetype backspaceCount(const QString &text, BackspaceRule rule)
 {
     const auto codePoints = [](QStringView piece) { return piece.toUcs4().size(); };
     if (rule == BackspaceRule::codePoint)
         return codePoints(text);
+    if (rule == BackspaceRule::chromium || rule == BackspaceRule::firefox) {
+        QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
+        qsizetype count = 0;
+        qsizetype start = 0;
+        for (qsizetype end = finder.toNextBoundary(); end != -1; end = finder.toNextBoundary()) {
+            const QList<uint> cluster = QStringView(text).mid(start, end - start).toUcs4();
+            if (!cluster.isEmpty() && isPictograph(cluster.front()))
+                count += rule == BackspaceRule::firefox ? firefoxPresses(cluster) : 1;
+            else
+                count += cluster.size();
+            start = end;
+        }
+        return count;
+    }
 
     // GTK deletes a cluster at once when its first character comes from a script whose
     // accents the user thinks of as part of the letter (or is an emoji or other symbol), and

@@ -51,14 +51,21 @@ QStringList typingChunks(const QString &text);
 // What one BackSpace takes back in a program. Qt widgets, terminals and most other programs
 // delete the last code point, so a flag or a family emoji takes several. GTK deletes a whole
 // grapheme cluster when it starts with a Latin, Greek, Cyrillic, kana, Hangul or symbol
-// character (emoji included), and one code point of a cluster in any other script.
+// character (emoji included), and one code point of a cluster in any other script. Chromium
+// deletes an emoji sequence at once and everything else one code point at a time (a combining
+// mark alone). Firefox does the same, except that it takes a sequence joined by zero-width
+// joiners apart: first the last joiner with what follows it, then one code point at a time
+// (an emoji keeps its variation selector or skin tone with it).
 enum class BackspaceRule
 {
     codePoint,
-    gtk
+    gtk,
+    chromium,
+    firefox
 };
 
-// The rule of the program behind a window: GTK for a GTK program that is not a terminal (a
+// The rule of the program behind a window: Chromium's or Firefox's for those browsers (whose
+// own editing ignores the GTK they load), GTK for another GTK program that is not a terminal (a
 // terminal hands BackSpace to the program running in it).
 BackspaceRule backspaceRule(const ActiveWindow &window);
 

@@ -17,9 +17,10 @@ InputAccessState X11DesktopServices::inputAccess()
     return {access.granted, access.explanation};
 }
 
-std::optional<qint64> X11DesktopServices::frontmostProcess()
+std::optional<qint64> X11DesktopServices::frontmostWindow()
 {
-    return frontmostProcessId();
+    const unsigned long window = ActiveWindow::current().window;
+    return window ? std::optional<qint64>(qint64(window)) : std::nullopt;
 }
 
 bool X11DesktopServices::paste(const QString &text)

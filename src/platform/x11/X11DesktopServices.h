@@ -10,7 +10,7 @@ class X11DesktopServices final : public DesktopServices
 {
 public:
     InputAccessState inputAccess() override;
-    std::optional<qint64> frontmostProcess() override;
+    std::optional<qint64> frontmostWindow() override;
     bool paste(const QString &text) override;
     qsizetype type(const QString &text) override;
     void erase(qsizetype count) override;

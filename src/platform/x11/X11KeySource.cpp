@@ -17,9 +17,18 @@ constexpr unsigned int modifierStates = 1u << 8;
 
 } // namespace
 
-X11KeySource::X11KeySource() : X11KeySource(XConnection::shared()) {}
+X11KeySource::X11KeySource() : X11KeySource(XConnection::shared(), &X11Keyboard::shared()) {}
 
-X11KeySource::X11KeySource(XConnection &connection) : m_connection(&connection) {}
+X11KeySource::X11KeySource(XConnection &connection, X11Keyboard *keyboard)
+    : m_connection(&connection), m_keyboard(keyboard)
+{
+}
+
+void X11KeySource::maskModifierTap()
+{
+    if (m_keyboard && isOpen() && !m_keyboard->tapNeutralKey())
+        qCDebug(lcX11, "no spare keycode to mask a lone modifier tap with");
+}
 
 X11KeySource::~X11KeySource()
 {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "hotkey/HotkeyMonitor.h"
+#include "platform/x11/X11Keyboard.h"
 #include "platform/x11/X11Keymap.h"
 #include "platform/x11/XConnection.h"
 
@@ -27,9 +28,11 @@ namespace vocari {
 class X11KeySource final : public KeyEventSource
 {
 public:
-    // A source on the program's shared X connection.
+    // A source on the program's shared X connection, masking lone modifier taps with the
+    // shared keyboard.
     X11KeySource();
-    explicit X11KeySource(XConnection &connection);
+    // A source on that connection; `keyboard` masks lone modifier taps (none: not masked).
+    explicit X11KeySource(XConnection &connection, X11Keyboard *keyboard = nullptr);
     ~X11KeySource() override;
 
     bool open(Sink sink) override;
@@ -37,6 +40,8 @@ public:
     bool isOpen() const override;
     std::vector<GrabFailure> setGrabs(const std::vector<KeyGrab> &grabs) override;
     QString errorString() const override { return m_error; }
+    bool seesEveryKey() const override { return true; }
+    void maskModifierTap() override;
 
 private:
     struct HeldGrab
@@ -57,6 +62,7 @@ private:
     void answerGrabbedPress(bool swallow, unsigned long time);
 
     QPointer<XConnection> m_connection;
+    QPointer<X11Keyboard> m_keyboard;
     Sink m_sink;
     bool m_open = false;
     bool m_answering = false; // a grabbed press is being delivered

@@ -91,12 +91,18 @@ std::set<unsigned int> keysHeldOnPhysicalKeyboards(Display *display, int xtestKe
 class X11Keyboard::Posting
 {
 public:
-    Posting(XConnection &connection, const X11Keymap &keymap)
-        : m_connection(connection), m_display(connection.display())
+    Posting(XConnection &connection, const X11Keymap &keymap, unsigned int neutralKeycode)
+        : m_connection(connection), m_display(connection.display()), m_neutral(neutralKeycode)
     {
         m_firstSerial = NextRequest(m_display);
         XQueryKeymap(m_display, m_heldAtStart);
-        for (unsigned int keycode : keymap.modifierKeycodes())
+        // Letting go of a held modifier with no key since its press is a lone tap of it, and a
+        // lone Alt opens the menu bar in Firefox: a neutral key comes first.
+        const std::set<unsigned int> &modifiers = keymap.modifierKeycodes();
+        if (std::any_of(modifiers.begin(), modifiers.end(),
+                        [this](unsigned int keycode) { return isDown(m_heldAtStart, keycode); }))
+            neutralTap();
+        for (unsigned int keycode : modifiers)
             lift(keycode);
         m_modifiersLifted = m_lifted.size();
 
@@ -123,11 +129,16 @@ public:
         if (m_modifiersLifted > 0) {
             const std::set<unsigned int> physicalAfter =
                 keysHeldOnPhysicalKeyboards(m_display, m_connection.xtestKeyboardId());
+            bool pressedAgain = false;
             for (size_t i = 0; i < m_modifiersLifted; ++i) {
                 const unsigned int keycode = m_lifted[i];
-                if (physicalAfter.contains(keycode) || !m_physicalBefore.contains(keycode))
+                if (physicalAfter.contains(keycode) || !m_physicalBefore.contains(keycode)) {
                     key(keycode, true);
+                    pressedAgain = true;
+                }
             }
+            if (pressedAgain)
+                neutralTap();
         }
         const unsigned long lastSerial = NextRequest(m_display) - 1;
         XSync(m_display, False);
@@ -138,6 +149,15 @@ public:
     Posting &operator=(const Posting &) = delete;
 
     bool canShift() const { return m_shift != 0; }
+
+    // A key no program acts on, pressed and released without lifting anything.
+    void neutralTap()
+    {
+        if (m_neutral == 0)
+            return;
+        key(m_neutral, true);
+        key(m_neutral, false);
+    }
 
     void press(unsigned int keycode)
     {
@@ -180,6 +200,7 @@ private:
 
     XConnection &m_connection;
     Display *m_display;
+    unsigned int m_neutral = 0;
     unsigned long m_firstSerial = 0;
     char m_heldAtStart[32] = {};
     std::vector<unsigned int> m_lifted; // the modifiers first
@@ -235,7 +256,7 @@ std::optional<QString> X11Keyboard::type(const QStringList &chunks)
     Display *display = m_connection->display();
     const X11Keymap keymap(display);
     {
-        Posting posting(*m_connection, keymap);
+        Posting posting(*m_connection, keymap, neutralKeycode(keymap));
         for (const QString &chunk : chunks) {
             for (const char32_t character : codePoints(chunk)) {
                 const unsigned long keysym = keysymForCharacter(character);
@@ -282,8 +303,9 @@ unsigned int X11Keyboard::borrowKeycode(unsigned long keysym, const X11Keymap &k
 {
     Display *display = m_connection->display();
     unsigned int keycode = 0;
+    const unsigned int neutral = neutralKeycode(keymap);
     for (unsigned int candidate : keymap.unusedKeycodes()) {
-        if (!isBorrowed(candidate)) {
+        if (!isBorrowed(candidate) && candidate != neutral) {
             keycode = candidate;
             break;
         }
@@ -309,6 +331,36 @@ unsigned int X11Keyboard::borrowKeycode(unsigned long keysym, const X11Keymap &k
     XChangeKeyboardMapping(display, int(keycode), 2, symbols, 1);
     m_borrowed.push_back({keycode, keysym, std::chrono::steady_clock::now()});
     return keycode;
+}
+
+unsigned int X11Keyboard::neutralKeycode(const X11Keymap &keymap) const
+{
+    // The last spare keycode; characters are borrowed from the front of the list. One bound to
+    // a character (by another program, or by us through an older snapshot) is never neutral.
+    const std::vector<unsigned int> &unused = keymap.unusedKeycodes();
+    for (auto candidate = unused.rbegin(); candidate != unused.rend(); ++candidate) {
+        if (!isBorrowed(*candidate))
+            return *candidate;
+    }
+    return 0;
+}
+
+bool X11Keyboard::tapNeutralKey()
+{
+    if (!ready())
+        return false;
+    const X11Keymap keymap(m_connection->display());
+    const unsigned int neutral = neutralKeycode(keymap);
+    if (neutral == 0)
+        return false;
+    Display *display = m_connection->display();
+    const unsigned long firstSerial = NextRequest(display);
+    XTestFakeKeyEvent(display, neutral, True, CurrentTime);
+    XTestFakeKeyEvent(display, neutral, False, CurrentTime);
+    const unsigned long lastSerial = NextRequest(display) - 1;
+    XSync(display, False);
+    m_connection->dropOwnRawKeys({{neutral, true}, {neutral, false}}, firstSerial, lastSerial);
+    return true;
 }
 
 void X11Keyboard::restoreKeymap()
@@ -340,7 +392,7 @@ bool X11Keyboard::erase(std::int64_t count)
         qCWarning(lcX11, "The keyboard map has no BackSpace key; nothing was erased.");
         return false;
     }
-    Posting posting(*m_connection, keymap);
+    Posting posting(*m_connection, keymap, neutralKeycode(keymap));
     for (std::int64_t i = 0; i < count; ++i) {
         posting.tap(*backspace);
         if ((i + 1) % eraseBatch == 0)
@@ -386,7 +438,7 @@ bool X11Keyboard::paste(Shortcut shortcut)
         return false;
     }
 
-    Posting posting(*m_connection, keymap);
+    Posting posting(*m_connection, keymap, neutralKeycode(keymap));
     for (const auto &modifier : modifiers)
         posting.press(*modifier);
     posting.tap({*key, false});

@@ -18,7 +18,9 @@ class X11Keymap;
 //
 // Modifiers the user holds at that moment (such as a dictation key that is still down) would
 // turn typed letters into shortcuts, so they are lifted for the keystrokes and pressed again
-// afterwards, unless the user let go of them on the physical keyboard meanwhile; Caps Lock is
+// afterwards, unless the user let go of them on the physical keyboard meanwhile; a modifier
+// pressed again is followed by a neutral key, so that letting it go later is no lone tap of it
+// for the program in front; Caps Lock is
 // unlocked for the keystrokes too, and a held key that is to be typed (the Space of a held
 // Ctrl+Alt+Space) is let go first. The program's own key monitor does not see any of this.
 //
@@ -51,6 +53,10 @@ public:
     bool erase(std::int64_t count);
     // Presses the paste shortcut once.
     bool paste(Shortcut shortcut);
+    // Taps a key that means nothing to any program, leaving every held key down, so that a
+    // modifier held meanwhile is not taken for a lone tap when it is let go (a lone Alt opens
+    // the menu bar in Firefox). False when the keymap has no spare keycode.
+    bool tapNeutralKey();
 
     // Whether some keycodes are bound to characters the keymap lacked.
     bool hasBorrowedKeycodes() const { return !m_borrowed.empty(); }
@@ -72,6 +78,8 @@ private:
     bool ready();
     bool isBorrowed(unsigned int keycode) const;
     unsigned int borrowKeycode(unsigned long keysym, const X11Keymap &keymap);
+    // The spare keycode kept free of borrowed characters for neutral taps, or 0.
+    unsigned int neutralKeycode(const X11Keymap &keymap) const;
 
     QPointer<XConnection> m_connection;
     int m_generation = 0;

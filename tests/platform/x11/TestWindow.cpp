@@ -7,7 +7,9 @@
 //   text <percent-encoded text of the editor>
 //
 // Options: --clipboard-text TEXT and --clipboard-png put content of both kinds on the clipboard
-// at start. Commands on standard input: "clear" empties the editor, "quit" ends the program.
+// at start; --paste-after MS makes Ctrl+V fetch the clipboard only that long after the keys,
+// as a busy program does. Commands on standard input: "clear" empties the editor, "quit" ends the
+// program.
 
 #include <QApplication>
 #include <QBuffer>
@@ -18,6 +20,7 @@
 #include <QMimeData>
 #include <QPlainTextEdit>
 #include <QSocketNotifier>
+#include <QTimer>
 #include <QUrl>
 #include <cstdio>
 #include <unistd.h>
@@ -52,6 +55,7 @@ class KeyReporter : public QObject
 {
 public:
     using QObject::QObject;
+    int pasteAfterMs = 0;
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override
@@ -59,6 +63,12 @@ protected:
         const QEvent::Type type = event->type();
         if (type == QEvent::KeyPress || type == QEvent::KeyRelease) {
             const auto *key = static_cast<QKeyEvent *>(event);
+            if (pasteAfterMs > 0 && type == QEvent::KeyPress && key->key() == Qt::Key_V &&
+                key->modifiers() == Qt::ControlModifier) {
+                auto *editor = qobject_cast<QPlainTextEdit *>(watched);
+                QTimer::singleShot(pasteAfterMs, editor, [editor] { editor->paste(); });
+                return true;
+            }
             report((type == QEvent::KeyPress ? "press " : "release ") +
                    QByteArray::number(key->nativeScanCode()) + ' ' +
                    QByteArray::number(key->nativeModifiers()) + ' ' +
@@ -86,13 +96,16 @@ int main(int argc, char **argv)
                                         QStringLiteral("clipboard text"), QStringLiteral("text"));
     const QCommandLineOption pngOption(QStringLiteral("clipboard-png"),
                                        QStringLiteral("put a PNG image on the clipboard"));
-    parser.addOptions({textOption, pngOption});
+    const QCommandLineOption pasteAfterOption(
+        QStringLiteral("paste-after"), QStringLiteral("fetch pastes late"), QStringLiteral("ms"));
+    parser.addOptions({textOption, pngOption, pasteAfterOption});
     parser.process(app);
 
     QPlainTextEdit editor;
     editor.setWindowTitle(QStringLiteral("Vocari test window"));
     editor.resize(480, 240);
     KeyReporter reporter;
+    reporter.pasteAfterMs = parser.value(pasteAfterOption).toInt();
     editor.installEventFilter(&reporter);
     QObject::connect(&editor, &QPlainTextEdit::textChanged,
                      [&editor] { report("text " + encoded(editor.toPlainText())); });

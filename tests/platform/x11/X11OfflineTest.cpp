@@ -69,6 +69,55 @@ TEST(PasteShortcut, TerminalsGetTheirOwnPasteUnlessTheSettingSaysOtherwise)
             << c.setting << ' ' << c.instance;
 }
 
+TEST(BackspaceCount, MatchesWhatEachKindOfProgramWasMeasuredToNeed)
+{
+    using TextInserter::BackspaceRule;
+    // BackSpace presses that delete each cluster, counted by hand in Qt, GTK 3, Chromium 156
+    // and Firefox ESR 153.
+    struct Case
+    {
+        const char16_t *cluster;
+        qsizetype codePoint, gtk, chromium, firefox;
+    };
+    const Case cases[] = {
+        {u"a", 1, 1, 1, 1},
+        {u"\u00e9", 1, 1, 1, 1},                                     // é, composed
+        {u"n\u0304", 2, 1, 2, 2},                                    // n̄, a combining mark
+        {u"\U0001F44B\U0001F3FD", 2, 1, 1, 1},                       // 👋🏽, a skin tone
+        {u"\U0001F468\u200D\U0001F469\u200D\U0001F467", 5, 1, 1, 4}, // 👨‍👩‍👧, joined
+        {u"\U0001F1EB\U0001F1F7", 2, 1, 1, 1},                       // 🇫🇷
+        {u"\u2764\uFE0F", 2, 1, 1, 1},                               // ❤️
+        {u"\U0001F3F3\uFE0F\u200D\U0001F308", 4, 1, 1, 2},           // 🏳️‍🌈
+        {u"\u0915\u094D\u0937\u093F", 4, 4, 4, 4},                   // क्षि
+        {u"\u0E01\u0E33", 2, 2, 2, 2},                               // กำ
+    };
+    for (const Case &c : cases) {
+        const QString cluster = QString::fromUtf16(c.cluster);
+        // Behind other text, as typed text is.
+        const QString text = QStringLiteral("x ") + cluster;
+        const auto count = [&](BackspaceRule rule) {
+            return TextInserter::backspaceCount(text, rule) - 2;
+        };
+        EXPECT_EQ(count(BackspaceRule::codePoint), c.codePoint) << qPrintable(cluster);
+        EXPECT_EQ(count(BackspaceRule::gtk), c.gtk) << qPrintable(cluster);
+        EXPECT_EQ(count(BackspaceRule::chromium), c.chromium) << qPrintable(cluster);
+        EXPECT_EQ(count(BackspaceRule::firefox), c.firefox) << qPrintable(cluster);
+    }
+
+    // Browsers are known by their window class, whatever toolkit they load.
+    const auto ruleOf = [](const char *instance, const char *className) {
+        ActiveWindow window;
+        window.instanceName = QString::fromLatin1(instance);
+        window.className = QString::fromLatin1(className);
+        return TextInserter::backspaceRule(window);
+    };
+    EXPECT_EQ(ruleOf("chromium", "Chromium"), BackspaceRule::chromium);
+    EXPECT_EQ(ruleOf("google-chrome", "Google-chrome"), BackspaceRule::chromium);
+    EXPECT_EQ(ruleOf("Navigator", "firefox-esr"), BackspaceRule::firefox);
+    EXPECT_EQ(ruleOf("Navigator", "Firefox"), BackspaceRule::firefox);
+    EXPECT_EQ(ruleOf("xterm", "XTerm"), BackspaceRule::codePoint);
+}
+
 TEST(Keysyms, EveryTypeableCharacterHasOneAndControlsHaveNone)
 {
     // Latin-1 maps to itself, the rest of Unicode to 0x1000000 + code point; Return and Tab

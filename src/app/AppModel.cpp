@@ -67,8 +67,13 @@ void AppModel::install()
     m_dictation->setOnCommit(weakly(this, [this](const QString &phrase) { onCommit(phrase); }));
     m_dictation->setOnFinished(weakly(this, [this](const QString &text) { onFinished(text); }));
     m_dictation->setOnListening(weakly(this, [this] {
-        if (Preferences::sounds())
-            play(Sound::start);
+        if (!Preferences::sounds())
+            return;
+        play(Sound::start);
+        // A microphone near the speakers hears the sound; that must not become words.
+        if (m_sounds)
+            m_dictation->skipCapturedAudio(m_sounds->seconds(Sound::start) +
+                                           kStartSoundEchoSeconds);
     }));
     m_dictation->setOnDemoEnded(weakly(this, [this] { m_hud->hide(kHideAtOnce); }));
     m_dictation->setOnCancelled(weakly(this, [this] { onCancelled(); }));
@@ -118,6 +123,9 @@ QString AppModel::keyMonitorError() const
 void AppModel::setHotkey(const Hotkey &hotkey)
 {
     const bool changed = !(hotkey == m_hotkey);
+    // Noted first, so that the settings change this write causes is known for our own and
+    // does not restart the monitor a second time.
+    m_hotkey = hotkey;
     Preferences::setHotkey(hotkey);
     useHotkey(hotkey);
     if (changed)
@@ -268,7 +276,7 @@ void AppModel::onCommit(const QString &phrase)
         return;
     const QString text = m_typed.isEmpty() ? cleaned : u' ' + cleaned;
     if (m_typed.isEmpty())
-        m_typedApp = m_desktop->frontmostProcess();
+        m_typedWindow = m_desktop->frontmostWindow();
     // What the window needs to erase it again, which for GTK is fewer keys than characters.
     m_typedCount += m_desktop->type(text);
     m_typed.append(cleaned);
@@ -321,7 +329,7 @@ void AppModel::onFinished(const QString &text)
         qCInfo(lcApp) << "no input access: the text was copied to the clipboard";
     }
     if (m_dictation->phase() == Dictation::Phase::idle)
-        m_dictation->setNotice(kCopiedNotice);
+        m_dictation->setNotice(m_access.granted ? kPasteFailedNotice : kCopiedNotice);
     if (sounds)
         play(Sound::problem);
     m_hud->show();
@@ -331,9 +339,18 @@ void AppModel::onFinished(const QString &text)
 void AppModel::onCancelled()
 {
     qCInfo(lcApp) << "dictation cancelled";
-    // Typed text is erased only where it was typed: never into a program switched to since.
-    if (m_typedCount > 0 && m_desktop->frontmostProcess() == m_typedApp)
-        m_desktop->erase(m_typedCount);
+    // Typed text is erased only where it was typed: never into a window switched to since. An
+    // unknown window is never taken for another unknown one, unless the desktop's erase can
+    // only take back its own latest typing anyway.
+    if (m_typedCount > 0) {
+        const std::optional<qint64> front = m_desktop->frontmostWindow();
+        const bool sameWindow = m_typedWindow && front == m_typedWindow;
+        const bool safeUnknown = !m_typedWindow && !front && m_desktop->eraseLimitedToOwnTyping();
+        if (sameWindow || safeUnknown)
+            m_desktop->erase(m_typedCount);
+        else
+            qCInfo(lcApp) << "the typed text is not erased: it may not be in the window in front";
+    }
     clearTyped();
     if (Preferences::sounds())
         play(Sound::cancelled);
@@ -342,8 +359,10 @@ void AppModel::onCancelled()
 
 void AppModel::onPhaseChanged()
 {
-    // Escape is taken from other programs exactly while there is a dictation to cancel.
+    // Escape is taken from other programs exactly while there is a dictation to cancel, and the
+    // HUD offers it only where it can.
     m_monitor->refreshEscapeGrab();
+    m_hud->setEscapeCancels(m_monitor->escapeCancels());
     const bool nowActive = active();
     if (nowActive != m_wasActive) {
         m_wasActive = nowActive;
@@ -370,7 +389,7 @@ void AppModel::clearTyped()
 {
     m_typed.clear();
     m_typedCount = 0;
-    m_typedApp.reset();
+    m_typedWindow.reset();
 }
 
 void AppModel::play(Sound sound)

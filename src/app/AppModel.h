@@ -41,10 +41,16 @@ public:
     static constexpr double kHideAfterNotice = 1.6;
     static constexpr double kHideAfterCopy = 2.6;
     static constexpr int kPermissionPollMs = 1500;
+    // What the microphone hears of the start sound reaches it this much after the sound's own
+    // length at most: the sound server's output and capture latency, and the room's echo.
+    static constexpr double kStartSoundEchoSeconds = 0.4;
 
     // Shown when the text could only be put on the clipboard.
     static inline const QString kCopiedNotice =
         QStringLiteral("Copied to clipboard. Allow input access to paste automatically.");
+    // Shown when input access is there but the paste could not reach the window.
+    static inline const QString kPasteFailedNotice =
+        QStringLiteral("Could not paste into the window; the text is on the clipboard.");
 
     struct Services
     {
@@ -113,7 +119,7 @@ public:
     // The live-typing state of the current dictation.
     const QStringList &typed() const { return m_typed; }
     qsizetype typedCount() const { return m_typedCount; }
-    std::optional<qint64> typedApp() const { return m_typedApp; }
+    std::optional<qint64> typedWindow() const { return m_typedWindow; }
 
 signals:
     void inputAccessChanged();
@@ -154,7 +160,7 @@ private:
     QTimer m_timer;
     QStringList m_typed;
     qsizetype m_typedCount = 0;
-    std::optional<qint64> m_typedApp;
+    std::optional<qint64> m_typedWindow; // where the first live phrase was typed
     bool m_recording = false;
     bool m_wasActive = false;
     QString m_session;

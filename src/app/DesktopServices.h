@@ -27,8 +27,12 @@ public:
     virtual ~DesktopServices() = default;
 
     virtual InputAccessState inputAccess() = 0;
-    // The process id of the program whose window has the keyboard, or none.
-    virtual std::optional<qint64> frontmostProcess() = 0;
+    // The window that has the keyboard, by an id that stays the same while that window stays in
+    // front; none when the desktop does not say.
+    virtual std::optional<qint64> frontmostWindow() = 0;
+    // Whether erase() on its own takes back only what type() sent since anything else went out,
+    // which makes an erase safe where the window in front is unknown.
+    virtual bool eraseLimitedToOwnTyping() const { return false; }
     // Pastes the text into the window in front through the clipboard, which gets the user's
     // own content back afterwards. False when the text could not be put into the window and
     // was left on the clipboard instead.
@@ -61,6 +65,8 @@ class SoundPlayer
 public:
     virtual ~SoundPlayer() = default;
     virtual void play(Sound sound) = 0;
+    // How long the sound lasts, in seconds; 0 when unknown.
+    virtual double seconds(Sound) const { return 0; }
 };
 
 } // namespace vocari

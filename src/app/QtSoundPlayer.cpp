@@ -1,5 +1,7 @@
 #include "app/QtSoundPlayer.h"
 
+#include "engines/WavFile.h"
+
 #include <QSoundEffect>
 #include <QUrl>
 
@@ -27,6 +29,12 @@ QString QtSoundPlayer::resourceOf(Sound sound)
         return QStringLiteral("qrc:/vocari/sounds/cancelled.wav");
     }
     return {};
+}
+
+double QtSoundPlayer::seconds(Sound sound) const
+{
+    const std::optional<WavAudio> audio = WavFile::read(resourceOf(sound).mid(3));
+    return audio ? audio->durationSeconds() : 0;
 }
 
 void QtSoundPlayer::play(Sound sound)

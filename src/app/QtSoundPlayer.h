@@ -20,6 +20,7 @@ public:
     ~QtSoundPlayer() override;
 
     void play(Sound sound) override;
+    double seconds(Sound sound) const override;
 
     // The resource a sound is played from.
     static QString resourceOf(Sound sound);

@@ -62,12 +62,16 @@ int main(int argc, char **argv)
         QCoreApplication::setApplicationName(QStringLiteral("vocari"));
         QCoreApplication::setApplicationVersion(QStringLiteral(VOCARI_VERSION));
         QCommandLineParser parser;
+        // The description is printed as it stands; the argument column would be wrapped at
+        // an arbitrary width, in mid-sentence, so the commands are listed up here.
         parser.setApplicationDescription(
             QStringLiteral("Private voice dictation: hold the dictation key, speak, and the "
-                           "text appears where you type."));
+                           "text appears where you type.\n\n") +
+            QString::fromUtf8(kCommandsHelp));
         parser.addHelpOption();
         parser.addVersionOption();
-        parser.addPositionalArgument(QStringLiteral("command"), QString::fromUtf8(kCommandsHelp),
+        parser.addPositionalArgument(QStringLiteral("command"),
+                                     QStringLiteral("One of the commands above."),
                                      QStringLiteral("[command]"));
         parser.process(parsing);
         const QStringList words = parser.positionalArguments();

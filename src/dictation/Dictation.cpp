@@ -533,6 +533,14 @@ void Dictation::endDemo()
     setPhase(Phase::idle);
 }
 
+void Dictation::skipCapturedAudio(double seconds)
+{
+    if (!m_gate || m_phase == Phase::idle)
+        return;
+    qCDebug(lcDictation, "the next %.2f s of audio are left out", seconds);
+    m_gate->skip(seconds);
+}
+
 void Dictation::startCapture(qint64 id, bool firstOfDictation)
 {
     const QString deviceId = Preferences::inputDevice();

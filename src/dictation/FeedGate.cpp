@@ -2,6 +2,8 @@
 
 #include "engines/Transcriber.h"
 
+#include <algorithm>
+#include <cmath>
 #include <utility>
 
 namespace vocari {
@@ -20,13 +22,44 @@ std::vector<AudioBuffer> FeedGate::takeQueue(bool &feed)
     return std::exchange(m_queue, {});
 }
 
-void FeedGate::push(const AudioBuffer &buffer)
+namespace {
+
+// The buffer without its first `frames` frames.
+AudioBuffer withoutFirst(const AudioBuffer &buffer, uint32_t frames)
+{
+    const uint32_t kept = buffer.frameLength() - frames;
+    AudioBuffer rest(buffer.format(), kept);
+    rest.setFrameLength(kept);
+    for (int c = 0; c < buffer.format().channels; ++c) {
+        const std::span<const float> from = buffer.channel(c).subspan(frames);
+        std::copy(from.begin(), from.end(), rest.channel(c).begin());
+    }
+    return rest;
+}
+
+} // namespace
+
+void FeedGate::push(const AudioBuffer &captured)
 {
     std::vector<AudioBuffer> backlog;
+    AudioBuffer trimmed;
+    const AudioBuffer *pushed = &captured;
     {
         const std::lock_guard guard(m_mutex);
         if (m_discarded)
             return;
+        if (m_skipSeconds > 0 && captured.format().sampleRate > 0) {
+            const double duration = captured.durationSeconds();
+            if (duration <= m_skipSeconds) {
+                m_skipSeconds -= duration;
+                return;
+            }
+            const auto frames = uint32_t(std::lround(m_skipSeconds * captured.format().sampleRate));
+            m_skipSeconds = 0;
+            trimmed = withoutFirst(captured, std::min(frames, captured.frameLength()));
+            pushed = &trimmed;
+        }
+        const AudioBuffer &buffer = *pushed;
         if (!m_open) {
             const double duration = buffer.durationSeconds();
             // The first seconds are kept whole: the buffer that crosses the bound still goes in.
@@ -43,7 +76,13 @@ void FeedGate::push(const AudioBuffer &buffer)
     }
     for (const AudioBuffer &queued : backlog)
         m_transcriber->feed(queued);
-    m_transcriber->feed(buffer);
+    m_transcriber->feed(*pushed);
+}
+
+void FeedGate::skip(double seconds)
+{
+    const std::lock_guard guard(m_mutex);
+    m_skipSeconds = std::max(m_skipSeconds, seconds);
 }
 
 void FeedGate::open()

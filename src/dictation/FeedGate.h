@@ -33,6 +33,9 @@ public:
     void drain();
     // Drops the queue; nothing is fed any more.
     void discard();
+    // Leaves out the next `seconds` of audio pushed from now on (the microphone hearing the
+    // program's own start sound), cutting a buffer that straddles the end.
+    void skip(double seconds);
 
     bool isOpen() const;
     // Seconds of audio waiting, and seconds dropped because the queue was full.
@@ -49,6 +52,7 @@ private:
     std::vector<AudioBuffer> m_queue;
     double m_queuedSeconds = 0;
     double m_droppedSeconds = 0;
+    double m_skipSeconds = 0;
     bool m_open = false;
     bool m_discarded = false;
 };

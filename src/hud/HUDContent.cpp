@@ -98,7 +98,7 @@ HUDContent hudContent(const HUDInputs &in, const HUDSettings &settings)
     content.tint = tint(in.phase);
     content.pulse = listening;
     content.label = label(in, settings);
-    content.showEsc = settings.showEsc && in.phase != Phase::idle;
+    content.showEsc = settings.showEsc && in.escapeCancels && in.phase != Phase::idle;
     content.alignment = hudAlignment(settings.position);
     return content;
 }

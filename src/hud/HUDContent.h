@@ -22,6 +22,8 @@ struct HUDInputs
     std::optional<QString> statusDetail;
     bool micSilent = false;
     QList<float> levels;
+    // Whether Escape can cancel on this desktop; the hint never promises what cannot work.
+    bool escapeCancels = true;
 
     static HUDInputs of(const Dictation &dictation);
 };

@@ -65,6 +65,12 @@ void HUDController::attach(Dictation *dictation)
     m_fade.setTargetObject(m_panel.get());
 }
 
+void HUDController::setEscapeCancels(bool cancels)
+{
+    if (m_view)
+        m_view->setEscapeCancels(cancels);
+}
+
 void HUDController::setShapedToGlass(bool shaped)
 {
     m_shaped = shaped;

@@ -43,6 +43,8 @@ public:
     // Cuts the panel to the glass shape. Without a compositing manager a translucent window
     // shows black where it should be clear, so the window itself must have the glass's shape.
     void setShapedToGlass(bool shaped);
+    // Whether Escape can cancel a dictation here; the view shows its "esc" hint only then.
+    void setEscapeCancels(bool cancels);
 
     QWidget *panel() const { return m_panel.get(); }
     HUDView *view() const { return m_view; }

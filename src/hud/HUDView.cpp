@@ -236,7 +236,9 @@ void HUDView::bind(Dictation *dictation)
 void HUDView::setInputs(const HUDInputs &inputs)
 {
     const QList<float> levels = inputs.levels;
+    const bool escapeCancels = m_inputs.escapeCancels;
     m_inputs = inputs;
+    m_inputs.escapeCancels = escapeCancels;
     refresh();
     setLevels(levels);
 }
@@ -272,6 +274,14 @@ void HUDView::setSettings(const HUDSettings &settings)
     m_settings = settings;
     // A hairline on screen whatever the scale.
     m_edgePen.setWidthF(1.0 / settings.scale);
+    refresh();
+}
+
+void HUDView::setEscapeCancels(bool cancels)
+{
+    if (m_inputs.escapeCancels == cancels)
+        return;
+    m_inputs.escapeCancels = cancels;
     refresh();
 }
 

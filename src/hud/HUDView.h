@@ -38,6 +38,8 @@ public:
     void setInputs(const HUDInputs &inputs);
     void setLevels(const QList<float> &levels);
     void setSettings(const HUDSettings &settings);
+    // Whether Escape can cancel a dictation here, for the "esc" hint.
+    void setEscapeCancels(bool cancels);
     // Without animations every change shows at once (for still pictures).
     void setAnimated(bool animated);
 

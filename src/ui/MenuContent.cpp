@@ -1,6 +1,8 @@
 #include "ui/MenuContent.h"
 
 #include "app/AppModel.h"
+#include "engines/system/SphinxModel.h"
+#include "hotkey/HotkeyMonitor.h"
 #include "settings/Preferences.h"
 #include "settings/SettingsStore.h"
 
@@ -31,14 +33,21 @@ MenuContent::MenuContent(AppModel &model, QMenu &menu, std::function<void()> ope
     rebuild();
 }
 
-QStringList MenuContent::usageLines(const Hotkey &hotkey, RecordMode mode)
+QStringList MenuContent::usageLines(const Hotkey &hotkey, RecordMode mode, bool escapeCancels)
 {
     if (mode == RecordMode::toggle) {
         return {QStringLiteral("Press %1 to start, again to stop").arg(hotkey.label()),
-                QStringLiteral("Esc to cancel")};
+                escapeCancels ? QStringLiteral("Esc to cancel")
+                              : QStringLiteral("“vocari cancel” cancels")};
     }
     return {QStringLiteral("Hold %1 to dictate").arg(hotkey.label()),
-            QStringLiteral("Esc, or press again, to cancel")};
+            escapeCancels ? QStringLiteral("Esc, or press again, to cancel")
+                          : QStringLiteral("Press again to cancel")};
+}
+
+QString MenuContent::languageLine(const QString &name, bool modelInstalled)
+{
+    return modelInstalled ? name : QStringLiteral("%1 (no speech model installed)").arg(name);
 }
 
 void MenuContent::rebuild()
@@ -49,7 +58,8 @@ void MenuContent::rebuild()
     menu.clear();
 
     const auto addLine = [&menu](const QString &text) { menu.addAction(text)->setEnabled(false); };
-    for (const QString &line : usageLines(m_model.hotkey(), Preferences::recordMode()))
+    const bool escape = m_model.monitor().escapeCancels();
+    for (const QString &line : usageLines(m_model.hotkey(), Preferences::recordMode(), escape))
         addLine(line);
     menu.addSeparator();
     addLine(QStringLiteral("Speech: %1").arg(m_model.selectedEngineName()));
@@ -81,12 +91,18 @@ void MenuContent::addLanguageMenu()
     // The submenu lives as long as the menu; only its items are made anew.
     if (!m_languages) {
         m_languages = new QMenu(QStringLiteral("Language (Built-in Speech)"), m_menu);
+        m_languages->setToolTipsVisible(true);
         m_languageGroup = new QActionGroup(m_languages);
     }
     m_languages->clear();
     const QString current = Preferences::language();
     for (const Preferences::Language &language : Preferences::languages()) {
-        QAction *item = m_languages->addAction(language.name);
+        const bool installed = SphinxModelFinder::find(language.id).has_value();
+        QAction *item = m_languages->addAction(languageLine(language.name, installed));
+        if (!installed) {
+            item->setToolTip(QStringLiteral("Dictation in this language needs a PocketSphinx "
+                                            "model under ~/.local/share/vocari/pocketsphinx."));
+        }
         item->setCheckable(true);
         item->setChecked(language.id == current);
         item->setActionGroup(m_languageGroup);

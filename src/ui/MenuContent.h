@@ -29,8 +29,11 @@ public:
     // Fills the menu from the current state.
     void rebuild();
 
-    // The two usage lines for a key in a record mode.
-    static QStringList usageLines(const Hotkey &hotkey, RecordMode mode);
+    // The two usage lines for a key in a record mode; Escape is offered only where it cancels.
+    static QStringList usageLines(const Hotkey &hotkey, RecordMode mode, bool escapeCancels);
+    // A language's line in the submenu: its name, and a mark when no speech model for it is
+    // installed, as the built-in engine then cannot dictate in it.
+    static QString languageLine(const QString &name, bool modelInstalled);
 
 private:
     void addLanguageMenu();

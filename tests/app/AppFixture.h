@@ -18,8 +18,10 @@ struct ScriptedKeys final : KeyEventSource
     Sink sink;
     std::vector<KeyGrab> grabs;
 
+    int opened = 0;
     bool open(Sink newSink) override
     {
+        ++opened;
         sink = std::move(newSink);
         return true;
     }
@@ -29,10 +31,16 @@ struct ScriptedKeys final : KeyEventSource
         grabs.clear();
     }
     bool isOpen() const override { return bool(sink); }
+    bool refuseEscape = false; // the desktop will not let Escape be taken
     std::vector<GrabFailure> setGrabs(const std::vector<KeyGrab> &wanted) override
     {
         grabs = wanted;
-        return {};
+        std::vector<GrabFailure> failures;
+        for (const KeyGrab &grab : wanted) {
+            if (refuseEscape && grab.keyCode == 1)
+                failures.push_back({grab, GrabFailure::Reason::refused, false, 0});
+        }
+        return failures;
     }
     QString errorString() const override { return {}; }
     QString trigger; // what the desktop says it bound the key to
@@ -67,7 +75,9 @@ struct RecordingDesktop final : DesktopServices
     };
 
     InputAccessState inputAccess() override { return access; }
-    std::optional<qint64> frontmostProcess() override { return frontmost; }
+    std::optional<qint64> frontmostWindow() override { return frontmost; }
+    bool limitedErase = false; // erases only its own latest typing, as on Wayland
+    bool eraseLimitedToOwnTyping() const override { return limitedErase; }
     bool pasteWorks = true;
     bool paste(const QString &text) override
     {
@@ -100,7 +110,9 @@ struct RecordingDesktop final : DesktopServices
 struct RecordingSounds final : SoundPlayer
 {
     std::vector<Sound> played;
+    double length = 0; // of every sound, in seconds
     void play(Sound sound) override { played.push_back(sound); }
+    double seconds(Sound) const override { return length; }
 };
 
 class AppFixture : public ::testing::Test

@@ -123,7 +123,7 @@ TEST_F(AppModelTest, LiveTypingTypesPhrasesAndNeverPastesThem)
     EXPECT_EQ(m_desktop->typed,
               (QStringList{QStringLiteral("Hello there"), QStringLiteral(" how are you")}));
     EXPECT_EQ(m_model->typedCount(), 23);
-    EXPECT_EQ(m_model->typedApp(), 100);
+    EXPECT_EQ(m_model->typedWindow(), 100);
 
     release();
     EXPECT_TRUE(m_desktop->pasted.isEmpty());
@@ -133,30 +133,42 @@ TEST_F(AppModelTest, LiveTypingTypesPhrasesAndNeverPastesThem)
     EXPECT_EQ(m_sounds->played.back(), Sound::done);
 }
 
-TEST_F(AppModelTest, CancelErasesLiveTextOnlyInTheProgramItWasTypedInto)
+TEST_F(AppModelTest, CancelErasesLiveTextOnlyInTheWindowItWasTypedInto)
 {
     m_settings.store().setValue(SettingsKey::liveTyping, true);
     // A window that erases one code point per BackSpace: the emoji takes one, not two.
     m_desktop->backspaces = [](const QString &text) { return text.toUcs4().size(); };
-    press();
-    current().reportCommit(QStringLiteral("smile 🙂"));
-    current().reportCommit(QStringLiteral("done"));
-    settle();
-    m_keys->escape();
-    settle();
-    EXPECT_EQ(phase(), Phase::idle);
-    EXPECT_EQ(m_desktop->erased, std::vector<qsizetype>{7 + 5});
-    EXPECT_EQ(m_sounds->played.back(), Sound::cancelled);
-    EXPECT_EQ(m_model->typedCount(), 0);
+    // Types two phrases into whatever is in front, cancels once `front` is, and lets go of the
+    // key; what was erased, if anything.
+    const auto cancelAfterTyping = [this](std::optional<qint64> typedInto,
+                                          std::optional<qint64> front) {
+        m_desktop->erased.clear();
+        m_desktop->frontmost = typedInto;
+        press();
+        EXPECT_EQ(phase(), Phase::listening);
+        current().reportCommit(QStringLiteral("smile 🙂"));
+        current().reportCommit(QStringLiteral("done"));
+        settle();
+        m_desktop->frontmost = front;
+        m_keys->escape();
+        settle();
+        release();
+        EXPECT_EQ(phase(), Phase::idle);
+        EXPECT_EQ(m_model->typedCount(), 0);
+        return m_desktop->erased;
+    };
 
-    // Another program came to the front meanwhile: nothing is erased there.
-    press();
-    current().reportCommit(QStringLiteral("private"));
-    settle();
-    m_desktop->frontmost = 200;
-    m_model->cancelDictation();
-    settle();
-    EXPECT_EQ(m_desktop->erased.size(), 1u);
+    EXPECT_EQ(cancelAfterTyping(100, 100), std::vector<qsizetype>{7 + 5});
+    EXPECT_EQ(m_sounds->played.back(), Sound::cancelled);
+    // Another window came to the front meanwhile: nothing is erased there.
+    EXPECT_TRUE(cancelAfterTyping(100, 200).empty());
+    // An unknown window is never the same as another unknown one...
+    EXPECT_TRUE(cancelAfterTyping(std::nullopt, std::nullopt).empty());
+    EXPECT_TRUE(cancelAfterTyping(100, std::nullopt).empty());
+    // ...unless the desktop erases only what it typed last anyway.
+    m_desktop->limitedErase = true;
+    EXPECT_EQ(cancelAfterTyping(std::nullopt, std::nullopt), std::vector<qsizetype>{7 + 5});
+    EXPECT_TRUE(cancelAfterTyping(std::nullopt, 300).empty());
 }
 
 TEST_F(AppModelTest, WithoutInputAccessTextGoesToTheClipboard)
@@ -220,7 +232,8 @@ TEST_F(AppModelTest, KeyFromTheDesktopStillWorksWhenTypingWasDeclined)
     release();
     EXPECT_TRUE(m_desktop->pasted.isEmpty());
     EXPECT_EQ(m_desktop->copied.back(), QStringLiteral("Still nothing lost"));
-    EXPECT_EQ(m_model->dictation().notice(), AppModel::kCopiedNotice);
+    EXPECT_EQ(m_model->dictation().notice(), AppModel::kPasteFailedNotice)
+        << "with input access, the notice says what happened instead of asking for it";
     EXPECT_EQ(m_sounds->played.back(), Sound::problem);
 }
 
@@ -262,6 +275,16 @@ TEST_F(AppModelTest, KeyRecordingAndStoredKeyDriveTheMonitor)
     m_model->setRecordingHotkey(false);
     EXPECT_TRUE(m_model->monitor().isRunning());
 
+    // A key chosen in the settings restarts the monitor once and is announced once, so that no
+    // press can fall between two restarts.
+    int announced = 0;
+    QObject::connect(m_model.get(), &AppModel::hotkeyChanged, [&announced] { ++announced; });
+    const int opened = m_keys->opened;
+    m_model->setHotkey(Hotkey{97, 0, true});
+    settle();
+    EXPECT_EQ(m_keys->opened - opened, 1);
+    EXPECT_EQ(announced, 1);
+
     // A new key chosen elsewhere (an edit of the settings file) is taken at once.
     const Hotkey f5{63, 0, false};
     Preferences::setHotkey(f5);
@@ -269,6 +292,38 @@ TEST_F(AppModelTest, KeyRecordingAndStoredKeyDriveTheMonitor)
     EXPECT_EQ(m_model->hotkey(), f5);
     EXPECT_EQ(m_model->monitor().hotkey(), f5);
     EXPECT_TRUE(m_model->monitor().isRunning());
+}
+
+TEST_F(AppModelTest, StartSoundIsNeverHeardAsSpeech)
+{
+    // 0.1 s buffers, each numbered by its first sample.
+    const auto buffer = [](int number) {
+        std::vector<float> samples(1600, 0.01f);
+        samples[0] = float(number) / 1000.0f;
+        return AudioBuffer::fromMono(16000.0, samples);
+    };
+    m_sounds->length = 0.2;
+    next().holdPrepare = true;
+    press();
+    m_audio->deliver(buffer(1)); // said while the engine gets ready: kept
+    current().prepared.open();
+    settle();
+    ASSERT_EQ(phase(), Phase::listening);
+    ASSERT_EQ(m_sounds->played.back(), Sound::start);
+    // The sound and its echo: 0.2 s + 0.4 s of what the microphone hears next is left out.
+    for (int number = 2; number <= 8; ++number)
+        m_audio->deliver(buffer(number));
+    settle();
+    EXPECT_EQ(current().fedFirstSamples(), (std::vector<float>{0.001f, 0.008f}));
+
+    // Without sounds nothing is left out.
+    release();
+    m_settings.store().setValue(SettingsKey::sounds, false);
+    press();
+    m_audio->deliver(buffer(1));
+    m_audio->deliver(buffer(2));
+    settle();
+    EXPECT_EQ(current().fedFirstSamples(), (std::vector<float>{0.001f, 0.002f}));
 }
 
 TEST_F(AppModelTest, PreviewRunsOnlyWhenNoDictationDoes)

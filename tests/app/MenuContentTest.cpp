@@ -1,6 +1,8 @@
 #include "ui/MenuContent.h"
 
 #include "AppFixture.h"
+#include "hud/HUDController.h"
+#include "hud/HUDView.h"
 #include "settings/Preferences.h"
 
 #include <QClipboard>
@@ -82,7 +84,7 @@ TEST_F(MenuContentTest, DefaultMenu)
     EXPECT_EQ(languages->actions().size(), qsizetype(Preferences::languages().size()));
     QAction *german = nullptr;
     for (QAction *action : languages->actions()) {
-        if (action->text() == QStringLiteral("Deutsch"))
+        if (action->text().startsWith(QStringLiteral("Deutsch")))
             german = action;
     }
     ASSERT_NE(german, nullptr);
@@ -110,6 +112,44 @@ TEST_F(MenuContentTest, LinesFollowTheSettings)
     // Tidy-up does not apply to live typing.
     m_settings.store().setValue(SettingsKey::liveTyping, true);
     EXPECT_FALSE(items().contains(QStringLiteral("[Tidy-up: on]")));
+}
+
+TEST_F(MenuContentTest, EscapeIsPromisedOnlyWhereItCancels)
+{
+    // A desktop that will not let Escape be taken (a shortcut service that refused it): once a
+    // dictation has met the refusal, neither the menu nor the HUD offers Escape.
+    m_keys->refuseEscape = true;
+    next().holdFinish = true;
+    press();
+    ASSERT_NE(phase(), Dictation::Phase::idle);
+    EXPECT_FALSE(m_model->hud().view()->content().showEsc);
+    m_model->cancelDictation();
+    release();
+    EXPECT_EQ(items().mid(0, 2),
+              (QStringList{"[Hold Right Alt to dictate]", "[Press again to cancel]"}));
+    m_settings.store().setValue(SettingsKey::recordMode, QStringLiteral("toggle"));
+    EXPECT_EQ(items().at(1), QStringLiteral("[“vocari cancel” cancels]"));
+
+    // Where Escape is taken, the HUD shows its hint while a dictation runs.
+    m_keys->refuseEscape = false;
+    m_settings.store().setValue(SettingsKey::recordMode, QStringLiteral("hold"));
+    press();
+    EXPECT_TRUE(m_model->hud().view()->content().showEsc);
+    m_model->cancelDictation();
+    release();
+    EXPECT_EQ(items().at(1), QStringLiteral("[Esc, or press again, to cancel]"));
+}
+
+TEST_F(MenuContentTest, LanguagesWithoutAModelAreMarked)
+{
+    // Debian's English model is installed (scripts/setup); no German one is, in the test's
+    // empty data folder or the system's.
+    QStringList lines;
+    for (QAction *action : item(QStringLiteral("Language (Built-in Speech)"))->menu()->actions())
+        lines << action->text();
+    EXPECT_TRUE(lines.contains(QStringLiteral("English (US)"))) << qPrintable(lines.join(u'|'));
+    EXPECT_TRUE(lines.contains(QStringLiteral("English (UK)")));
+    EXPECT_TRUE(lines.contains(QStringLiteral("Deutsch (no speech model installed)")));
 }
 
 TEST_F(MenuContentTest, FinishSetupWhileInputAccessIsMissing)

@@ -54,5 +54,28 @@ TEST(FeedGateTest, DiscardDropsTheQueueAndEverythingAfter)
     EXPECT_EQ(gate.queuedSeconds(), 0.0);
 }
 
+TEST(FeedGateTest, SkipLeavesOutTheNextSecondsOfAudioOnly)
+{
+    const auto transcriber = std::make_shared<ScriptedTranscriber>();
+    FeedGate gate(transcriber, 10.0);
+    gate.push(numbered(1)); // captured before the skip: kept, though not fed yet
+    gate.skip(0.25);
+    gate.push(numbered(2));
+    gate.push(numbered(3));
+    gate.open();
+    // The third skipped buffer is cut: its last 0.05 s (800 samples of 0.01) goes on.
+    gate.push(numbered(4));
+    gate.push(numbered(5));
+    EXPECT_EQ(transcriber->fedFirstSamples(), (std::vector<float>{0.001f, 0.01f, 0.005f}));
+    EXPECT_NEAR(transcriber->fedSeconds(), 0.1 + 0.05 + 0.1, 1e-9);
+
+    // A second skip while one runs does not add up: it lasts as long as the longer of them.
+    gate.skip(0.15);
+    gate.skip(0.1);
+    gate.push(numbered(6));
+    gate.push(numbered(7));
+    EXPECT_NEAR(transcriber->fedSeconds(), 0.25 + 0.05, 1e-9);
+}
+
 } // namespace
 } // namespace vocari::test

@@ -58,7 +58,7 @@ class StandInDesktop final : public DesktopServices
 {
 public:
     InputAccessState inputAccess() override { return {true, {}}; }
-    std::optional<qint64> frontmostProcess() override { return std::nullopt; }
+    std::optional<qint64> frontmostWindow() override { return std::nullopt; }
     bool paste(const QString &) override { return true; }
     qsizetype type(const QString &text) override { return text.size(); }
     void erase(qsizetype) override {}

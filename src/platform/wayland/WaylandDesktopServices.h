@@ -32,7 +32,8 @@ public:
     ~WaylandDesktopServices() override;
 
     InputAccessState inputAccess() override;
-    std::optional<qint64> frontmostProcess() override { return std::nullopt; }
+    std::optional<qint64> frontmostWindow() override { return std::nullopt; }
+    bool eraseLimitedToOwnTyping() const override { return true; }
     bool paste(const QString &text) override;
     qsizetype type(const QString &text) override;
     void erase(qsizetype count) override;

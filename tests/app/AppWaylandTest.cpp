@@ -6,6 +6,8 @@
 #include "VocariHome.h"
 #include "platform/audio/ChildProcess.h"
 #include "support/EventLoop.h"
+#include "support/MissingTool.h"
+#include "support/PrivateBus.h"
 
 #include <QDir>
 #include <QFile>
@@ -78,7 +80,8 @@ private:
         const QString socket = runtime.filePath(QStringLiteral("bus"));
         busAddress = QStringLiteral("unix:path=") + socket;
         bus = ChildProcess::start(QStringLiteral("dbus-daemon"),
-                                  {QStringLiteral("--session"), QStringLiteral("--nofork"),
+                                  {QStringLiteral("--config-file=") + privateBusConfig(),
+                                   QStringLiteral("--nofork"),
                                    QStringLiteral("--address=") + busAddress},
                                   {}, &error);
         if (!bus || !waitUntil([&] { return QFile::exists(socket); }))
@@ -123,7 +126,7 @@ protected:
     void SetUp() override
     {
         if (!WaylandSession::get().skipReason.isEmpty())
-            GTEST_SKIP() << qPrintable(WaylandSession::get().skipReason);
+            VOCARI_SKIP_FOR_MISSING(WaylandSession::get().skipReason.toStdString());
     }
 };
 

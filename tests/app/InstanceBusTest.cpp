@@ -1,6 +1,7 @@
 #include "app/InstanceBus.h"
 
 #include "support/EventLoop.h"
+#include "support/MissingTool.h"
 #include "support/PrivateBus.h"
 
 #include <QDBusConnection>
@@ -78,7 +79,7 @@ protected:
     void SetUp() override
     {
         if (s_address.isEmpty())
-            GTEST_SKIP() << s_bus->problem().toStdString();
+            VOCARI_SKIP_FOR_MISSING(s_bus->problem().toStdString());
     }
     void TearDown() override
     {

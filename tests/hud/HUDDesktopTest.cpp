@@ -11,6 +11,7 @@
 #include "platform/x11/XvfbDisplay.h"
 #include "settings/Preferences.h"
 #include "support/EventLoop.h"
+#include "support/MissingTool.h"
 #include "support/ScopedSettings.h"
 
 #include <QApplication>
@@ -162,7 +163,7 @@ protected:
     void SetUp() override
     {
         if (!g_display)
-            GTEST_SKIP() << g_skipReason.toStdString();
+            VOCARI_SKIP_FOR_MISSING(g_skipReason.toStdString());
         m_dictation = std::make_unique<Dictation>(std::make_unique<FakeAudioEngine>(), m_clock);
         m_dictation->setOnFinished([this](const QString &text) { m_finished.append(text); });
         m_hud.attach(m_dictation.get());

@@ -1,6 +1,7 @@
 #include "ui/FileBrowser.h"
 
 #include "models/ModelTestSupport.h"
+#include "support/MissingTool.h"
 #include "support/PrivateBus.h"
 
 #include <QDBusConnection>
@@ -49,7 +50,7 @@ protected:
     void SetUp() override
     {
         if (m_bus.address().isEmpty())
-            GTEST_SKIP() << m_bus.problem().toStdString();
+            VOCARI_SKIP_FOR_MISSING(m_bus.problem().toStdString());
         const QString address = m_bus.address();
         ASSERT_TRUE(QDBusConnection::connectToBus(address, kClient).isConnected());
         ASSERT_TRUE(QDBusConnection::connectToBus(address, kManager).isConnected());

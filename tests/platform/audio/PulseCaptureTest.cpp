@@ -8,6 +8,7 @@
 #include "engines/WavFile.h"
 #include "settings/Preferences.h"
 #include "support/EventLoop.h"
+#include "support/MissingTool.h"
 #include "support/ScopedSettings.h"
 
 #include <QCoreApplication>
@@ -136,8 +137,8 @@ protected:
     void SetUp() override
     {
         if (!s_server)
-            GTEST_SKIP() << "No PulseAudio server could be started here: "
-                         << s_skipReason.toStdString();
+            VOCARI_SKIP_FOR_MISSING(std::string("No PulseAudio server could be started here: ") +
+                                    s_skipReason.toStdString());
         ASSERT_TRUE(s_setupError.isEmpty()) << s_setupError.toStdString();
         const auto speech = WavFile::read(s_speech);
         ASSERT_TRUE(speech) << "espeak-ng made no speech file";

@@ -6,6 +6,7 @@
 #include "platform/wayland/PortalSession.h"
 #include "platform/wayland/PortalShortcutSource.h"
 #include "support/EventLoop.h"
+#include "support/MissingTool.h"
 #include "support/PrivateBus.h"
 #include "support/ScopedSettings.h"
 
@@ -54,7 +55,7 @@ protected:
     void SetUp() override
     {
         if (s_address.isEmpty())
-            GTEST_SKIP() << s_bus->problem().toStdString();
+            VOCARI_SKIP_FOR_MISSING(s_bus->problem().toStdString());
         m_fake = std::make_unique<FakePortal>(s_address, FakePortal::Options{});
         ASSERT_TRUE(m_fake->isRunning());
         m_client = QStringLiteral("client-%1").arg(++s_count);

@@ -53,34 +53,11 @@ export XDG_CONFIG_HOME=$work/config XDG_DATA_HOME=$work/data XDG_CACHE_HOME=$wor
 export XDG_RUNTIME_DIR=$work/runtime
 unset WAYLAND_DISPLAY PULSE_SERVER SESSION_MANAGER
 
-# A display of its own: Xvfb picks a free number and writes it to fd 3.
-Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp 3>"$work/display" 2>"$work/xvfb.log" &
-pids+=($!)
-for _ in $(seq 100); do [ -s "$work/display" ] && break; sleep 0.05; done
-[ -s "$work/display" ] || { echo "app_idle: Xvfb did not start" >&2; exit 1; }
-export DISPLAY=:$(cat "$work/display")
-
-bus=$(dbus-daemon --session --fork --print-address=1 --print-pid=3 3>"$work/bus.pid")
-pids+=("$(cat "$work/bus.pid")")
-export DBUS_SESSION_BUS_ADDRESS=$bus
-
-# The microphone records what is played into the speaker; a loopback that reads the speaker
-# with a short latency keeps the null sink from rendering in blocks of two seconds.
-cat >"$work/pulse/default.pa" <<EOF
-load-module module-native-protocol-unix socket=$work/pulse/native auth-anonymous=1
-load-module module-null-sink sink_name=speaker
-load-module module-null-sink sink_name=drain
-load-module module-loopback source=speaker.monitor sink=drain latency_msec=20
-load-module module-remap-source source_name=microphone master=speaker.monitor
-set-default-sink speaker
-set-default-source microphone
-EOF
-HOME=$work/pulse PULSE_RUNTIME_PATH=$work/pulse/runtime PULSE_STATE_PATH=$work/pulse/state \
-  pulseaudio -n -F "$work/pulse/default.pa" --daemonize=no --exit-idle-time=-1 \
-  --use-pid-file=no --disable-shm=yes 2>"$work/pulse.log" &
-pids+=($!)
-export PULSE_SERVER=unix:$work/pulse/native
-for _ in $(seq 100); do pactl info >/dev/null 2>&1 && break; sleep 0.1; done
+# A display, a session bus and a sound server whose microphone hears its speaker.
+. "$root/bench/private_session.sh"
+start_private_display
+start_private_bus
+start_private_sound_server
 
 openbox >"$work/openbox.log" 2>&1 &
 pids+=($!)

@@ -67,24 +67,10 @@ done
 sox "${pieces[@]}" "$work/speech.wav"
 echo "dictation_latency: $(soxi -D "$work/speech.wav") s of speech" >&2
 
-# A sound server of its own with a silent default input, for the key-press figure. Qt lists no
-# monitor sources, so the input is a plain source remapped from the speaker's monitor; a
-# loopback that reads the speaker with a short latency keeps the null sink from rendering in
-# blocks of two seconds.
-mkdir -p "$work/pulse"
-cat >"$work/pulse/default.pa" <<EOF
-load-module module-native-protocol-unix socket=$work/pulse/native auth-anonymous=1
-load-module module-null-sink sink_name=speaker
-load-module module-null-sink sink_name=drain
-load-module module-loopback source=speaker.monitor sink=drain latency_msec=20
-load-module module-remap-source source_name=microphone master=speaker.monitor
-set-default-source microphone
-EOF
-HOME=$work/pulse PULSE_RUNTIME_PATH=$work/pulse/runtime PULSE_STATE_PATH=$work/pulse/state \
-  pulseaudio -n -F "$work/pulse/default.pa" --daemonize=no --exit-idle-time=-1 \
-  --use-pid-file=no --disable-shm=yes 2>"$work/pulse.log" &
-server=$!
-export PULSE_SERVER=unix:$work/pulse/native
-for _ in $(seq 100); do pactl info >/dev/null 2>&1 && break; sleep 0.1; done
+# A sound server of its own with a silent default input, for the key-press figure.
+pids=()
+. "$root/bench/private_session.sh"
+start_private_sound_server
+server=${pids[0]}
 
 "$binary" "$work/speech.wav" "$@"

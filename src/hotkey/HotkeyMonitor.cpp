@@ -159,17 +159,24 @@ void HotkeyMonitor::noteEscapeGrab(bool wanted, const std::vector<GrabFailure> &
     m_escapeWhole = wanted && !failure;
     if (wanted)
         m_escapeRefused = failure && !failure->partly;
-    if (failure && m_source->seesEveryKey())
-        qCInfo(lcHotkey, "Escape with some modifiers belongs to another program; pressed so, it "
-                         "still cancels dictation, and reaches that program too.");
-    else if (failure && failure->partly)
-        qCWarning(lcHotkey, "Escape with some modifiers is held by another program; pressed so, "
-                            "it cannot cancel dictation.");
-    else if (failure && failure->reason == GrabFailure::Reason::refused)
-        qCWarning(lcHotkey, "Escape cannot cancel dictation here; the popup's cancel and "
-                            "“vocari cancel” still work.");
-    else if (failure)
-        qCWarning(lcHotkey, "Escape is held by another program, so it cannot cancel dictation.");
+    if (!failure)
+        return;
+    // Said once: the same refusal comes back with every dictation.
+    QString note;
+    if (m_source->seesEveryKey())
+        note = QStringLiteral("Escape with some modifiers belongs to another program; pressed so, "
+                              "it still cancels dictation, and reaches that program too.");
+    else if (failure->partly)
+        note = QStringLiteral("Escape with some modifiers is held by another program; pressed "
+                              "so, it cannot cancel dictation.");
+    else if (failure->reason == GrabFailure::Reason::refused)
+        note = QStringLiteral("Escape cannot cancel dictation here; the popup's cancel and "
+                              "“vocari cancel” still work.");
+    else
+        note = QStringLiteral("Escape is held by another program, so it cannot cancel dictation.");
+    if (note != m_lastEscapeNote)
+        qCInfo(lcHotkey).noquote() << note;
+    m_lastEscapeNote = note;
 }
 
 bool HotkeyMonitor::handle(const KeyEvent &event)

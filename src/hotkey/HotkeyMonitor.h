@@ -194,6 +194,7 @@ private:
     std::optional<std::chrono::steady_clock::time_point> m_grabbedEscapeAt;
     QString m_error;
     QString m_lastLoggedError;
+    QString m_lastEscapeNote;
 };
 
 } // namespace vocari

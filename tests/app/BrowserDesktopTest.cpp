@@ -14,10 +14,6 @@
 namespace vocari::test {
 namespace {
 
-// Replaced in the dictation by a rule, so that erasing meets combining marks, a skin tone and
-// a family joined by zero-width joiners.
-const QString kHardWords = QStringLiteral("naïve 👋🏽 👨‍👩‍👧 n\u0304");
-
 // One browser window on the test display, with a profile of its own that ends with it.
 class Browser
 {

@@ -21,6 +21,10 @@ namespace vocari::test {
 
 using namespace std::chrono_literals;
 
+// Put into the dictation by a replacement rule for "world", so that erasing meets combining
+// marks, a skin tone and a family joined by zero-width joiners.
+inline const QString kHardWords = QStringLiteral("naïve 👋🏽 👨‍👩‍👧 n\u0304");
+
 inline const QString kSentence = QStringLiteral("Hello, world. This is Vocari.");
 
 // What the whole test program shares: the window manager, the sound server and the bus.

@@ -275,8 +275,12 @@ void AppModel::onCommit(const QString &phrase)
     if (cleaned.isEmpty())
         return;
     const QString text = m_typed.isEmpty() ? cleaned : u' ' + cleaned;
+    // A phrase typed into another window than the first makes the count wrong for both.
+    const std::optional<qint64> front = m_desktop->frontmostWindow();
     if (m_typed.isEmpty())
-        m_typedWindow = m_desktop->frontmostWindow();
+        m_typedWindow = front;
+    else if (front != m_typedWindow)
+        m_typedElsewhere = true;
     // What the window needs to erase it again, which for GTK is fewer keys than characters.
     m_typedCount += m_desktop->type(text);
     m_typed.append(cleaned);
@@ -344,7 +348,7 @@ void AppModel::onCancelled()
     // only take back its own latest typing anyway.
     if (m_typedCount > 0) {
         const std::optional<qint64> front = m_desktop->frontmostWindow();
-        const bool sameWindow = m_typedWindow && front == m_typedWindow;
+        const bool sameWindow = m_typedWindow && front == m_typedWindow && !m_typedElsewhere;
         const bool safeUnknown = !m_typedWindow && !front && m_desktop->eraseLimitedToOwnTyping();
         if (sameWindow || safeUnknown)
             m_desktop->erase(m_typedCount);
@@ -390,6 +394,7 @@ void AppModel::clearTyped()
     m_typed.clear();
     m_typedCount = 0;
     m_typedWindow.reset();
+    m_typedElsewhere = false;
 }
 
 void AppModel::play(Sound sound)

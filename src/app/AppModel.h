@@ -161,6 +161,7 @@ private:
     QStringList m_typed;
     qsizetype m_typedCount = 0;
     std::optional<qint64> m_typedWindow; // where the first live phrase was typed
+    bool m_typedElsewhere = false;       // a later phrase went to another window
     bool m_recording = false;
     bool m_wasActive = false;
     QString m_session;

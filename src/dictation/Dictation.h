@@ -94,7 +94,8 @@ public:
     // The application model shows its own notices (such as a clipboard fallback) here.
     void setNotice(const std::optional<QString> &notice);
     // Keeps the next `seconds` of captured audio from the engine: what the microphone hears
-    // while the program's own start sound plays. Audio captured before the call is kept.
+    // while the program's own start sound plays. Audio that reached the program before the
+    // call (what was said while the engine got ready) is kept.
     void skipCapturedAudio(double seconds);
 
     // Called once at the end of every dictation that was not cancelled, with the final text

@@ -49,15 +49,19 @@ void FeedGate::push(const AudioBuffer &captured)
         if (m_discarded)
             return;
         if (m_skipSeconds > 0 && captured.format().sampleRate > 0) {
-            const double duration = captured.durationSeconds();
-            if (duration <= m_skipSeconds) {
-                m_skipSeconds -= duration;
+            // Counted in whole frames, so that what is left to skip never drifts below one.
+            const auto frames = std::lround(m_skipSeconds * captured.format().sampleRate);
+            if (frames >= long(captured.frameLength())) {
+                m_skipSeconds = std::max(0.0, m_skipSeconds - captured.durationSeconds());
+                if (frames == long(captured.frameLength()))
+                    m_skipSeconds = 0;
                 return;
             }
-            const auto frames = uint32_t(std::lround(m_skipSeconds * captured.format().sampleRate));
             m_skipSeconds = 0;
-            trimmed = withoutFirst(captured, std::min(frames, captured.frameLength()));
-            pushed = &trimmed;
+            if (frames > 0) {
+                trimmed = withoutFirst(captured, uint32_t(frames));
+                pushed = &trimmed;
+            }
         }
         const AudioBuffer &buffer = *pushed;
         if (!m_open) {

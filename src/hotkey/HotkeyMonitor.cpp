@@ -15,6 +15,9 @@ const KeyGrab escapeGrab{KeyCode::escape, 0, true};
 // An Escape seen only as an observed event waits this long for its grabbed copy (the server
 // sends the two together), so that a press the grab did take cancels once, through the grab.
 constexpr int kObservedEscapeWaitMs = 60;
+// How late the grabbed copy of an Escape that cancelled through the observed keys may come (a
+// busy main thread) and still be taken rather than handed on.
+constexpr int kLateGrabbedEscapeMs = 1000;
 
 // The failure of one grab among several, if it failed.
 const GrabFailure *failureOf(const std::vector<GrabFailure> &failures, const KeyGrab &grab)
@@ -122,6 +125,8 @@ void HotkeyMonitor::stop()
     m_down = false;
     m_escapeGrabbed = false;
     m_escapeWhole = false;
+    // Checks of Escapes seen before the stop belong to the old watch.
+    m_timers = std::make_unique<QObject>();
 }
 
 bool HotkeyMonitor::isRunning() const
@@ -163,7 +168,10 @@ void HotkeyMonitor::noteEscapeGrab(bool wanted, const std::vector<GrabFailure> &
         return;
     // Said once: the same refusal comes back with every dictation.
     QString note;
-    if (m_source->seesEveryKey())
+    if (m_source->seesEveryKey() && !failure->partly)
+        note = QStringLiteral("Escape belongs to another program; it still cancels dictation, "
+                              "and reaches that program too.");
+    else if (m_source->seesEveryKey())
         note = QStringLiteral("Escape with some modifiers belongs to another program; pressed so, "
                               "it still cancels dictation, and reaches that program too.");
     else if (failure->partly)
@@ -224,6 +232,7 @@ void HotkeyMonitor::handleObservedEscape(const KeyEvent &event)
         if (grabbed || !m_running || !escapeActive || !escapeActive())
             return;
         qCDebug(lcHotkey, "Escape seen outside the grab: cancelling");
+        m_observedEscapeAt = std::chrono::steady_clock::now();
         if (const std::function<void()> callback = onEscape)
             callback();
     });
@@ -240,9 +249,11 @@ bool HotkeyMonitor::handleGrabbedPress(const KeyEvent &event)
             return true;
         }
         // The grab outlived the state that wanted it: this Escape goes on to the focused
-        // window, and the next ones are not taken at all.
+        // window, and the next ones are not taken at all. The late copy of a press that has
+        // cancelled through the observed keys is still taken.
         refreshEscapeGrab();
-        return false;
+        const auto late = std::chrono::milliseconds(kLateGrabbedEscapeMs);
+        return m_observedEscapeAt && std::chrono::steady_clock::now() - *m_observedEscapeAt < late;
     }
     if (m_hotkey.modifierOnly || event.keyCode != m_hotkey.keyCode)
         return false;

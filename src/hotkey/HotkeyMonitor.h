@@ -127,8 +127,8 @@ public:
 // combination or function key is grabbed: its press (with exactly the chosen modifiers) starts
 // it, auto-repeat and presses while it is down are swallowed without a call, and its release
 // ends it whatever modifiers are still held. A release without a press the monitor saw does
-// nothing. All callbacks run on the main thread, from inside event handling; they must not
-// block.
+// nothing. All callbacks run on the main thread, from inside event handling (an Escape seen
+// only among the observed keys from a short timer after it); they must not block.
 class HotkeyMonitor
 {
 public:
@@ -192,6 +192,8 @@ private:
     std::unique_ptr<QObject> m_timers; // context of pending checks; gone with the monitor
     // When a grabbed Escape last cancelled, to tell its observed copy from a press of its own.
     std::optional<std::chrono::steady_clock::time_point> m_grabbedEscapeAt;
+    // When an Escape seen only among the observed keys last cancelled.
+    std::optional<std::chrono::steady_clock::time_point> m_observedEscapeAt;
     QString m_error;
     QString m_lastLoggedError;
     QString m_lastEscapeNote;

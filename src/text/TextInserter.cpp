@@ -285,6 +285,19 @@ bool modifiesEmoji(char32_t c)
     return (c >= 0xFE00 && c <= 0xFE0F) || (c >= 0x1F3FB && c <= 0x1F3FF);
 }
 
+// A cluster shown as one emoji: it starts with a pictograph, or its base (a digit of a keycap,
+// "‼" or "ℹ" with the emoji selector) is made one by what follows it.
+bool isEmojiCluster(const QList<uint> &cluster)
+{
+    if (cluster.isEmpty())
+        return false;
+    if (isPictograph(cluster.front()))
+        return true;
+    return std::any_of(cluster.begin() + 1, cluster.end(), [](uint c) {
+        return c == 0xFE0F || c == 0x20E3 || c == 0x200D || (c >= 0x1F3FB && c <= 0x1F3FF);
+    });
+}
+
 // Firefox's presses for an emoji sequence: one for the last joiner and what follows it, then
 // one per code point of the rest, an emoji with its selector or skin tone counting once.
 qsizetype firefoxPresses(const QList<uint> &cluster)
@@ -314,7 +327,7 @@ qsizetype backspaceCount(const QString &text, BackspaceRule rule)
         qsizetype start = 0;
         for (qsizetype end = finder.toNextBoundary(); end != -1; end = finder.toNextBoundary()) {
             const QList<uint> cluster = QStringView(text).mid(start, end - start).toUcs4();
-            if (!cluster.isEmpty() && isPictograph(cluster.front()))
+            if (isEmojiCluster(cluster))
                 count += rule == BackspaceRule::firefox ? firefoxPresses(cluster) : 1;
             else
                 count += cluster.size();

@@ -181,12 +181,20 @@ TEST_F(AppOnDesktop, BuiltInEngineHearsADictationAsWellAsTheSameRecording)
               0);
     const QStringList said = wordsOf(sentence);
     const qsizetype fileErrors = wordErrors(said, wordsOf(QString::fromUtf8(fromFile)));
+    // The engine does hear this sentence; were it lost from the file too, nothing is compared.
+    ASSERT_LE(fileErrors, 4) << fromFile.constData();
 
     VocariRun vocari(VocariRun::Speech::builtIn, {{QStringLiteral("sounds"), true}});
     ASSERT_TRUE(vocari.start()) << qPrintable(vocari.log());
     TestWindow window;
     ASSERT_TRUE(window.start());
-    for (int dictation = 1; dictation <= 3; ++dictation) {
+    // Played through a sound server the audio is not the file's sample for sample (less so on a
+    // busy machine), and the decoder is easily swayed: each dictation may miss a few words more
+    // than the file, all three together two more each. Hearing the start sound, or a decoder
+    // left as the last dictation left it, costs nearly the whole sentence.
+    constexpr int dictations = 3;
+    qsizetype liveErrors = 0;
+    for (int dictation = 1; dictation <= dictations; ++dictation) {
         ASSERT_TRUE(window.clear());
         ASSERT_TRUE(holdAndSpeak(speech));
         // Each dictation ends with its timing line; the paste follows at once.
@@ -194,12 +202,14 @@ TEST_F(AppOnDesktop, BuiltInEngineHearsADictationAsWellAsTheSameRecording)
             [&] { return vocari.log().count(QStringLiteral("release→insert")) == dictation; }, 20s))
             << qPrintable(vocari.log());
         spin(1s);
-        const QStringList heard = wordsOf(window.text());
-        EXPECT_LE(wordErrors(said, heard), fileErrors)
+        const qsizetype errors = wordErrors(said, wordsOf(window.text()));
+        liveErrors += errors;
+        EXPECT_LE(errors, fileErrors + 4)
             << "dictation " << dictation << " heard \"" << qPrintable(window.text())
             << "\", the file \"" << fromFile.trimmed().constData() << "\"\n"
             << qPrintable(vocari.log());
     }
+    EXPECT_LE(liveErrors, dictations * (fileErrors + 2));
 }
 
 TEST_F(AppOnDesktop, EscapeCancelsUnderAWindowManagerThatHoldsAltEscape)

@@ -169,6 +169,23 @@ TEST_F(AppModelTest, CancelErasesLiveTextOnlyInTheWindowItWasTypedInto)
     m_desktop->limitedErase = true;
     EXPECT_EQ(cancelAfterTyping(std::nullopt, std::nullopt), std::vector<qsizetype>{7 + 5});
     EXPECT_TRUE(cancelAfterTyping(std::nullopt, 300).empty());
+
+    // A phrase that went into another window makes the count wrong for both: back in the first
+    // window, nothing is erased there either.
+    m_desktop->limitedErase = false;
+    m_desktop->erased.clear();
+    m_desktop->frontmost = 100;
+    press();
+    current().reportCommit(QStringLiteral("first"));
+    settle();
+    m_desktop->frontmost = 200;
+    current().reportCommit(QStringLiteral("second"));
+    settle();
+    m_desktop->frontmost = 100;
+    m_keys->escape();
+    settle();
+    release();
+    EXPECT_TRUE(m_desktop->erased.empty());
 }
 
 TEST_F(AppModelTest, WithoutInputAccessTextGoesToTheClipboard)

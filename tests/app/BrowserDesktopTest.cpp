@@ -1,7 +1,7 @@
 // Dictating into the web browsers people use, with their default configuration and Vocari's
-// default settings (the start sound on, heard by the microphone as on a laptop), and Escape
-// under a window manager that keeps Alt+Escape for itself. Each browser shows a page of a
-// loopback server of the test's own, which reports its text field's value after every change.
+// default settings (the start sound on, heard by the microphone as on a laptop). Each browser
+// shows a page of a loopback server of the test's own, which reports its text field's value
+// after every change.
 
 #include "DesktopSession.h"
 #include "PageServer.h"

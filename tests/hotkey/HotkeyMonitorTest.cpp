@@ -3,6 +3,8 @@
 
 #include "hotkey/HotkeyMonitor.h"
 
+#include "support/EventLoop.h"
+
 #include <algorithm>
 #include <gtest/gtest.h>
 
@@ -36,6 +38,8 @@ struct ScriptedKeyboard final : KeyEventSource
     }
     bool isOpen() const override { return isOpenNow; }
     QString errorString() const override { return QStringLiteral("no keyboard here"); }
+    bool seesEveryKey() const override { return everyKey; }
+    void maskModifierTap() override { ++masks; }
     std::vector<GrabFailure> setGrabs(const std::vector<KeyGrab> &wanted) override
     {
         grabs.clear();
@@ -52,7 +56,8 @@ struct ScriptedKeyboard final : KeyEventSource
     }
 
     bool isOpenNow = false;
-    int opens = 0, closes = 0;
+    bool everyKey = false;
+    int opens = 0, closes = 0, masks = 0;
     std::vector<KeyGrab> grabs;
     std::vector<GrabFailure> refusals;
     Sink sink;
@@ -176,6 +181,87 @@ TEST_F(MonitorRules, EscapeWithAnyModifiersCancelsOnlyWhileItShould)
     ASSERT_TRUE(monitor.start(Hotkey::defaultKey()));
     EXPECT_TRUE(monitor.errorString().isEmpty());
     EXPECT_TRUE(keyboard.grabs.empty());
+}
+
+TEST_F(MonitorRules, AModifierKeyAlonePressedIsMaskedOncePerPress)
+{
+    ASSERT_TRUE(monitor.start(Hotkey::defaultKey()));
+    observed(Kind::press, KeyCode::rightAlt);
+    observed(Kind::press, KeyCode::rightAlt, true);
+    observed(Kind::release, KeyCode::rightAlt);
+    EXPECT_EQ(keyboard.masks, 1) << "once per press, not per repeat";
+    observed(Kind::press, KeyCode::leftAlt);
+    EXPECT_EQ(keyboard.masks, 1) << "another modifier is none of the monitor's business";
+
+    // A grabbed combination never reaches the window, so there is nothing to mask.
+    ASSERT_TRUE(monitor.start(ctrlAltSpace));
+    EXPECT_TRUE(grabbedPress(KeyCode::space, ctrlAltSpace.modifiers));
+    EXPECT_EQ(keyboard.masks, 1);
+}
+
+TEST_F(MonitorRules, EscapeTheDesktopKeepsFromTheGrabStillCancelsOnce)
+{
+    // A window manager holds Escape with Alt: the grab is held only in part, and Escape pressed
+    // so reaches the monitor only among the observed keys.
+    keyboard.everyKey = true;
+    keyboard.refusals = {{escapeGrab, Reason::heldElsewhere, true, 0}};
+    ASSERT_TRUE(monitor.start(Hotkey::defaultKey()));
+    escapeActive = true;
+    monitor.refreshEscapeGrab();
+    EXPECT_TRUE(monitor.escapeCancels());
+    const auto waitForChecks = [] { test::spin(std::chrono::milliseconds(150)); };
+
+    observed(Kind::press, KeyCode::escape);
+    EXPECT_EQ(escaped, 0) << "the grabbed copy gets a moment to come first";
+    waitForChecks();
+    EXPECT_EQ(escaped, 1);
+    observed(Kind::press, KeyCode::escape, true);
+    waitForChecks();
+    EXPECT_EQ(escaped, 1) << "auto-repeat";
+
+    // A press the grab takes as well comes by both routes, in either order: one cancel.
+    observed(Kind::press, KeyCode::escape);
+    EXPECT_TRUE(grabbedPress(KeyCode::escape, Modifier::control));
+    waitForChecks();
+    EXPECT_EQ(escaped, 2);
+    EXPECT_TRUE(grabbedPress(KeyCode::escape, 0));
+    observed(Kind::press, KeyCode::escape);
+    waitForChecks();
+    EXPECT_EQ(escaped, 3);
+
+    // The grabbed copy of a press that already cancelled, late, is still taken from the window.
+    observed(Kind::press, KeyCode::escape);
+    waitForChecks();
+    EXPECT_EQ(escaped, 4);
+    escapeActive = false;
+    EXPECT_TRUE(grabbedPress(KeyCode::escape, 0));
+    EXPECT_EQ(escaped, 4);
+
+    // A check still waiting when the monitor stops belongs to the old watch.
+    escapeActive = true;
+    ASSERT_TRUE(monitor.start(Hotkey::defaultKey()));
+    observed(Kind::press, KeyCode::escape);
+    monitor.stop();
+    waitForChecks();
+    EXPECT_EQ(escaped, 4);
+}
+
+TEST_F(MonitorRules, ObservedEscapeDoesNothingWhereTheWholeGrabIsHeldOrNothingIsSeen)
+{
+    ASSERT_TRUE(monitor.start(Hotkey::defaultKey()));
+    escapeActive = true;
+    monitor.refreshEscapeGrab();
+    observed(Kind::press, KeyCode::escape); // its grabbed copy is what cancels
+    test::spin(std::chrono::milliseconds(150));
+    EXPECT_EQ(escaped, 0);
+
+    // A desktop that refused Escape and shows the monitor only its own keys: Escape is not
+    // offered at all.
+    keyboard.refusals = {{escapeGrab, Reason::refused, false, 0}};
+    ASSERT_TRUE(monitor.start(Hotkey::defaultKey()));
+    EXPECT_FALSE(monitor.escapeCancels());
+    keyboard.everyKey = true;
+    EXPECT_TRUE(monitor.escapeCancels()) << "seen among every key, it cancels all the same";
 }
 
 TEST_F(MonitorRules, StartAndStopKeepOneListenerAndCallbacksMayStopIt)

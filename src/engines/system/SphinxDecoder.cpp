@@ -77,10 +77,8 @@ cmn_t *cepstralMean(ps_decoder_t *decoder)
 SphinxDecoder::SphinxDecoder(ps_decoder_s *decoder) : m_decoder(decoder)
 {
     static_assert(sizeof(mfcc_t) == sizeof(float), "PocketSphinx built with fixed-point features");
-    if (cmn_t *cmn = cepstralMean(m_decoder); cmn && cmn->veclen > 0) {
-        m_freshMean.resize(size_t(cmn->veclen));
-        cmn_live_get(cmn, m_freshMean.data());
-    }
+    if (cmn_t *cmn = cepstralMean(m_decoder); cmn && cmn->veclen > 0)
+        m_freshMean.assign(cmn->cmn_mean, cmn->cmn_mean + size_t(cmn->veclen));
 }
 
 SphinxDecoder::~SphinxDecoder()
@@ -99,9 +97,12 @@ bool SphinxDecoder::knowsWord(const QString &word) const
 
 bool SphinxDecoder::startStream()
 {
+    // The model's own mean, held as the prior of a window of frames: the first utterance of a
+    // stream then moves it only part of the way, so a short burst of noise before the words
+    // cannot drag it off.
     if (cmn_t *cmn = cepstralMean(m_decoder); cmn && size_t(cmn->veclen) == m_freshMean.size())
         cmn_live_set(cmn, m_freshMean.data());
-    m_noise = 2463534242u;
+    m_noise = kNoiseSeed;
     return ps_start_stream(m_decoder) >= 0;
 }
 

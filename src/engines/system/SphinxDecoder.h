@@ -30,10 +30,11 @@ public:
     // Whether the pronunciation dictionary holds the word (compared in lower case).
     bool knowsWord(const QString &word) const;
 
-    // Starts a new stream of audio (a dictation) from the state a freshly loaded decoder has,
-    // whatever earlier streams taught it: the decoder adapts its noise estimate and cepstral
-    // mean to the audio it hears, and what it learnt from another dictation (or from a beep)
-    // makes it mishear the next one. Utterances of one stream still learn from each other.
+    // Starts a new stream of audio (a dictation) from one and the same state, whatever earlier
+    // streams taught the decoder: it adapts its noise estimate and cepstral mean to the audio it
+    // hears, and what it learnt from another dictation (or from a beep) makes it mishear the
+    // next one. Each stream starts from the noise estimate of a new stream and the model's own
+    // cepstral mean; utterances of one stream still learn from each other.
     bool startStream();
     bool startUtterance();
     // Decodes more samples of the current utterance; false on a decoder error. A faint noise
@@ -56,9 +57,10 @@ private:
     explicit SphinxDecoder(ps_decoder_s *decoder);
 
     ps_decoder_s *m_decoder;
-    std::vector<float> m_freshMean; // the cepstral mean right after loading
+    std::vector<float> m_freshMean; // the cepstral mean the model starts with
     std::vector<int16_t> m_dithered;
-    uint32_t m_noise = 0; // state of the noise generator
+    static constexpr uint32_t kNoiseSeed = 2463534242u; // any but 0, which xorshift never leaves
+    uint32_t m_noise = kNoiseSeed;
     bool m_inUtterance = false;
 };
 

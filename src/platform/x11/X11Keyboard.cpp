@@ -336,8 +336,11 @@ unsigned int X11Keyboard::borrowKeycode(unsigned long keysym, const X11Keymap &k
 unsigned int X11Keyboard::neutralKeycode(const X11Keymap &keymap) const
 {
     // The last spare keycode; characters are borrowed from the front of the list. One bound to
-    // a character (by another program, or by us through an older snapshot) is never neutral.
+    // a character (by another program, or by us through an older snapshot) is never neutral,
+    // and a keymap with a single spare keycode keeps it for typing characters it lacks.
     const std::vector<unsigned int> &unused = keymap.unusedKeycodes();
+    if (unused.size() < 2)
+        return 0;
     for (auto candidate = unused.rbegin(); candidate != unused.rend(); ++candidate) {
         if (!isBorrowed(*candidate))
             return *candidate;

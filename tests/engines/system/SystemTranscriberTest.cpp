@@ -261,6 +261,27 @@ TEST(SystemTranscriber, FinishFinalisesWhatIsStillBeingSaid)
     EXPECT_EQ(recorder.entries().size(), eventCount);
 }
 
+TEST(SystemTranscriber, EveryDictationHearsTheSameAudioTheSameWay)
+{
+    // The decoder is shared by the whole program and adapts to what it hears: a dictation after
+    // others (here one with seconds of digital silence before other words) must give the words
+    // the first one gave.
+    const auto speech = speak(kOrder, kEngineFormat);
+    const auto other = speak(QStringLiteral("<break time=\"2000ms\"/>") + kProject, kEngineFormat);
+    ASSERT_TRUE(speech && other);
+    const auto dictate = [](const WavAudio &audio) {
+        SystemTranscriber transcriber(QStringLiteral("en-US"), {});
+        EXPECT_EQ(prepareError(transcriber), std::nullopt);
+        feedAll(transcriber, audio, 800);
+        return finish(transcriber);
+    };
+    const QString first = dictate(*speech);
+    ASSERT_FALSE(first.isEmpty());
+    dictate(*other);
+    dictate(*speech);
+    EXPECT_EQ(dictate(*speech), first);
+}
+
 TEST(SystemTranscriber, CancelDeliversNothingFurther)
 {
     const auto audio = speak(kOrder + QStringLiteral(" <break time=\"1s\"/> ") + kProject,

@@ -74,6 +74,45 @@ TEST_F(AppOnDesktop, HeldKeyPastesExactTextAndGivesTheClipboardBack)
     EXPECT_EQ(clipboardBytes(QStringLiteral("image/png")), image) << qPrintable(vocari.log());
 }
 
+TEST_F(AppOnDesktop, TheHeldKeyPastesIntoXterm)
+{
+    // xterm pastes the primary selection on Shift+Insert; the shell in it writes the line it
+    // reads to a file, so the test sees what reached the program, not which keys were pressed.
+    VocariRun vocari(VocariRun::Speech::toneModel, {{QStringLiteral("sounds"), true}});
+    ASSERT_TRUE(vocari.start()) << qPrintable(vocari.log());
+    QTemporaryDir folder;
+    const QString line = folder.filePath(QStringLiteral("line"));
+    ChildProcess::Options terminalOptions;
+    terminalOptions.environment = {{QStringLiteral("LC_ALL"), QStringLiteral("C.UTF-8")}};
+    QString error;
+    const auto xterm = ChildProcess::start(
+        QStringLiteral("xterm"),
+        {QStringLiteral("-e"), QStringLiteral("sh"), QStringLiteral("-c"),
+         QStringLiteral("read -r line; printf %s \"$line\" > '%1.part' && mv '%1.part' '%1'")
+             .arg(line)},
+        terminalOptions, &error);
+    ASSERT_TRUE(xterm) << qPrintable(error);
+    QByteArray window;
+    ASSERT_TRUE(waitUntil([&] {
+        return ChildProcess::run(QStringLiteral("xdotool"),
+                                 {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                                  QStringLiteral("--class"), QStringLiteral("xterm")},
+                                 {}, &window) == 0;
+    }));
+    ASSERT_TRUE(xdotool(QStringLiteral("windowfocus --sync ") +
+                        QString::fromLatin1(window.split('\n').value(0).trimmed())));
+
+    ASSERT_TRUE(holdAndSpeak());
+    ASSERT_TRUE(vocari.waitForLog(QStringLiteral("release→insert"), 20s))
+        << qPrintable(vocari.log());
+    spin(500ms);
+    ASSERT_TRUE(xdotool(QStringLiteral("key Return")));
+    ASSERT_TRUE(waitUntil([&] { return QFile::exists(line); }));
+    QFile written(line);
+    ASSERT_TRUE(written.open(QIODevice::ReadOnly));
+    EXPECT_EQ(QString::fromUtf8(written.readAll()), kSentence);
+}
+
 TEST_F(AppOnDesktop, ToggleModeStartsAndStopsOnTwoPresses)
 {
     VocariRun vocari(VocariRun::Speech::toneModel,

@@ -33,8 +33,13 @@ QString QtSoundPlayer::resourceOf(Sound sound)
 
 double QtSoundPlayer::seconds(Sound sound) const
 {
-    const std::optional<WavAudio> audio = WavFile::read(resourceOf(sound).mid(3));
-    return audio ? audio->durationSeconds() : 0;
+    // Read once: the length is asked at the start of every dictation.
+    std::optional<double> &length = m_seconds[std::size_t(sound)];
+    if (!length) {
+        const std::optional<WavAudio> audio = WavFile::read(resourceOf(sound).mid(3));
+        length = audio ? audio->durationSeconds() : 0;
+    }
+    return *length;
 }
 
 void QtSoundPlayer::play(Sound sound)

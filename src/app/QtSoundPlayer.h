@@ -5,6 +5,7 @@
 #include <QObject>
 #include <array>
 #include <memory>
+#include <optional>
 
 class QSoundEffect;
 
@@ -27,6 +28,7 @@ public:
 
 private:
     std::array<QSoundEffect *, 4> m_effects{};
+    mutable std::array<std::optional<double>, 4> m_seconds;
 };
 
 } // namespace vocari

@@ -50,11 +50,10 @@ void FeedGate::push(const AudioBuffer &captured)
             return;
         if (m_skipSeconds > 0 && captured.format().sampleRate > 0) {
             // Counted in whole frames, so that what is left to skip never drifts below one.
-            const auto frames = std::lround(m_skipSeconds * captured.format().sampleRate);
-            if (frames >= long(captured.frameLength())) {
-                m_skipSeconds = std::max(0.0, m_skipSeconds - captured.durationSeconds());
-                if (frames == long(captured.frameLength()))
-                    m_skipSeconds = 0;
+            const long frames = std::lround(m_skipSeconds * captured.format().sampleRate);
+            const long length = long(captured.frameLength());
+            if (frames >= length) {
+                m_skipSeconds = frames == length ? 0 : m_skipSeconds - captured.durationSeconds();
                 return;
             }
             m_skipSeconds = 0;

@@ -279,10 +279,15 @@ bool isPictograph(char32_t c)
     return (c >= 0x1F000 && c <= 0x1FAFF) || QChar::category(c) == QChar::Symbol_Other;
 }
 
+bool isSkinTone(char32_t c)
+{
+    return c >= 0x1F3FB && c <= 0x1F3FF;
+}
+
 // A code point that belongs to the emoji before it: a variation selector or a skin tone.
 bool modifiesEmoji(char32_t c)
 {
-    return (c >= 0xFE00 && c <= 0xFE0F) || (c >= 0x1F3FB && c <= 0x1F3FF);
+    return (c >= 0xFE00 && c <= 0xFE0F) || isSkinTone(c);
 }
 
 // A cluster shown as one emoji: it starts with a pictograph, or its base (a digit of a keycap,
@@ -294,7 +299,7 @@ bool isEmojiCluster(const QList<uint> &cluster)
     if (isPictograph(cluster.front()))
         return true;
     return std::any_of(cluster.begin() + 1, cluster.end(), [](uint c) {
-        return c == 0xFE0F || c == 0x20E3 || c == 0x200D || (c >= 0x1F3FB && c <= 0x1F3FF);
+        return c == 0xFE0F || c == 0x20E3 || c == 0x200D || isSkinTone(c);
     });
 }
 
@@ -314,54 +319,49 @@ qsizetype firefoxPresses(const QList<uint> &cluster)
     return presses;
 }
 
+// GTK deletes a cluster at once when its first character comes from a script whose accents
+// the user thinks of as part of the letter (or is an emoji or other symbol), and one code point
+// at a time elsewhere (an Indic conjunct loses its parts one by one).
+bool gtkDeletesWhole(char32_t first)
+{
+    if (first <= 0x2af)
+        return true;
+    switch (QChar::script(first)) {
+    case QChar::Script_Latin:
+    case QChar::Script_Greek:
+    case QChar::Script_Cyrillic:
+    case QChar::Script_Hiragana:
+    case QChar::Script_Katakana:
+    case QChar::Script_Hangul:
+        return true;
+    case QChar::Script_Common:
+        return QChar::category(first) == QChar::Symbol_Other;
+    default:
+        return false;
+    }
+}
+
+// The presses that delete one grapheme cluster under a rule other than one per code point.
+qsizetype clusterPresses(const QList<uint> &cluster, BackspaceRule rule)
+{
+    if (rule == BackspaceRule::gtk)
+        return gtkDeletesWhole(cluster.value(0)) ? 1 : cluster.size();
+    if (!isEmojiCluster(cluster))
+        return cluster.size();
+    return rule == BackspaceRule::firefox ? firefoxPresses(cluster) : 1;
+}
+
 } // namespace
 
 qsizetype backspaceCount(const QString &text, BackspaceRule rule)
 {
-    const auto codePoints = [](QStringView piece) { return piece.toUcs4().size(); };
     if (rule == BackspaceRule::codePoint)
-        return codePoints(text);
-    if (rule == BackspaceRule::chromium || rule == BackspaceRule::firefox) {
-        QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
-        qsizetype count = 0;
-        qsizetype start = 0;
-        for (qsizetype end = finder.toNextBoundary(); end != -1; end = finder.toNextBoundary()) {
-            const QList<uint> cluster = QStringView(text).mid(start, end - start).toUcs4();
-            if (isEmojiCluster(cluster))
-                count += rule == BackspaceRule::firefox ? firefoxPresses(cluster) : 1;
-            else
-                count += cluster.size();
-            start = end;
-        }
-        return count;
-    }
-
-    // GTK deletes a cluster at once when its first character comes from a script whose
-    // accents the user thinks of as part of the letter (or is an emoji or other symbol), and
-    // one code point at a time elsewhere (an Indic conjunct loses its parts one by one).
-    const auto wholeCluster = [](char32_t first) {
-        if (first <= 0x2af)
-            return true;
-        switch (QChar::script(first)) {
-        case QChar::Script_Latin:
-        case QChar::Script_Greek:
-        case QChar::Script_Cyrillic:
-        case QChar::Script_Hiragana:
-        case QChar::Script_Katakana:
-        case QChar::Script_Hangul:
-            return true;
-        case QChar::Script_Common:
-            return QChar::category(first) == QChar::Symbol_Other;
-        default:
-            return false;
-        }
-    };
+        return text.toUcs4().size();
     QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
     qsizetype count = 0;
     qsizetype start = 0;
     for (qsizetype end = finder.toNextBoundary(); end != -1; end = finder.toNextBoundary()) {
-        const QStringView cluster = QStringView(text).mid(start, end - start);
-        count += wholeCluster(cluster.toUcs4().value(0)) ? 1 : codePoints(cluster);
+        count += clusterPresses(QStringView(text).mid(start, end - start).toUcs4(), rule);
         start = end;
     }
     return count;

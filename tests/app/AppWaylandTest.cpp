@@ -79,10 +79,7 @@ private:
 
         const QString socket = runtime.filePath(QStringLiteral("bus"));
         busAddress = QStringLiteral("unix:path=") + socket;
-        bus = ChildProcess::start(QStringLiteral("dbus-daemon"),
-                                  {QStringLiteral("--config-file=") + privateBusConfig(),
-                                   QStringLiteral("--nofork"),
-                                   QStringLiteral("--address=") + busAddress},
+        bus = ChildProcess::start(QStringLiteral("dbus-daemon"), privateBusArguments(busAddress),
                                   {}, &error);
         if (!bus || !waitUntil([&] { return QFile::exists(socket); }))
             skipReason = QStringLiteral("no session bus: %1").arg(error);

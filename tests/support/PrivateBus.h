@@ -6,6 +6,7 @@
 #include <QDir>
 #include <QProcess>
 #include <QString>
+#include <QStringList>
 #include <QTemporaryFile>
 #include <csignal>
 #include <sys/prctl.h>
@@ -39,6 +40,13 @@ inline QString privateBusConfig()
     }();
     Q_UNUSED(written);
     return config.fileName();
+}
+
+// dbus-daemon's arguments for such a bus in the foreground at that address.
+inline QStringList privateBusArguments(const QString &address)
+{
+    return {QStringLiteral("--config-file=") + privateBusConfig(), QStringLiteral("--nofork"),
+            QStringLiteral("--address=") + address};
 }
 
 class PrivateBus

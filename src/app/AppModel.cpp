@@ -158,6 +158,7 @@ void AppModel::refreshPermissions()
     // The key can fail, or be declined on a desktop prompt, after its monitor started: the
     // settings show that as part of input access.
     const QString keyState = keyMonitorError() + u'\n' + m_monitor->triggerDescription() +
+                             u'\n' + m_monitor->bindingWarning() +
                              (inputAccessDeclined() ? QStringLiteral("\ndeclined") : QString());
     if (keyState != m_keyState) {
         m_keyState = keyState;
@@ -168,6 +169,16 @@ void AppModel::refreshPermissions()
 QString AppModel::keyTrigger() const
 {
     return m_monitor->triggerDescription();
+}
+
+QString AppModel::keyBindingWarning() const
+{
+    return m_monitor->bindingWarning();
+}
+
+bool AppModel::keySourceBindsModifierAlone() const
+{
+    return m_monitor->bindsModifierAlone();
 }
 
 bool AppModel::inputAccessDeclined() const

@@ -89,6 +89,10 @@ public:
     QString sessionSummary() const { return m_session; }
     // The desktop's description of the key it runs dictation on, where the desktop binds it.
     QString keyTrigger() const;
+    // What is wrong with the key the desktop bound; empty while all is well.
+    QString keyBindingWarning() const;
+    // Whether the key source can take a modifier key alone as the dictation key.
+    bool keySourceBindsModifierAlone() const;
 
     Hotkey hotkey() const { return m_hotkey; }
     // Stores the key and restarts the monitor with it, also when the key is unchanged.

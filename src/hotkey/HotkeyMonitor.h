@@ -101,6 +101,10 @@ public:
     // How the desktop describes the key it runs the dictation on, where the desktop binds it
     // (the user may have chosen another there); empty otherwise.
     virtual QString triggerDescription() const { return {}; }
+    // What is wrong with the key the desktop bound, for the settings; empty while all is well.
+    virtual QString bindingWarning() const { return {}; }
+    // Whether a modifier key alone (Right Alt) can be the dictation key.
+    virtual bool bindsModifierAlone() const { return true; }
     // Whether every key of the session reaches the sink as an observed event, grabbed or not,
     // so that a key the desktop keeps from a grab (Escape with a modifier a window manager
     // holds) is still seen.
@@ -156,12 +160,18 @@ public:
     // Changes the key; a running monitor restarts with it.
     void setHotkey(const Hotkey &hotkey);
     // Why the last start failed, empty after a successful one.
-    QString errorString() const { return m_error; }
+    // A source that fails after it opened (a desktop that answers later) says why itself.
+    QString errorString() const
+    {
+        return !m_error.isEmpty() || isRunning() ? m_error : m_source->errorString();
+    }
     // Whether the user declined the desktop's prompt for the key; askAgain() lets the next
     // start show it again.
     bool declined() const { return m_source->declined(); }
     void askAgain() { m_source->askAgain(); }
     QString triggerDescription() const { return m_source->triggerDescription(); }
+    QString bindingWarning() const { return m_source->bindingWarning(); }
+    bool bindsModifierAlone() const { return m_source->bindsModifierAlone(); }
 
     // Takes Escape from the focused window while escapeActive() says so, and gives it back when
     // it no longer does. Called by the owner whenever the answer may have changed.

@@ -30,6 +30,10 @@ Q_LOGGING_CATEGORY(lcGeneralTab, "vocari.ui.general", QtInfoMsg)
 
 namespace {
 
+const QString kModifierAloneNote = QStringLiteral(
+    "This desktop cannot bind a modifier key alone: choose a key with a letter, digit or "
+    "function key, such as Alt+Space or F8.");
+
 const QString kFooter = QStringLiteral(
     "Hold the key while you speak and release to insert the text, or switch to press once to "
     "start and again to stop. Choose a single modifier key, or click the key box and press any "
@@ -189,6 +193,13 @@ QWidget *GeneralTab::makeShortcutSection()
     m_presets->setMenu(menu);
     m_recorder->addAccessory(m_presets);
     addRow(box, QStringLiteral("Dictation key"), m_recorder, m_recorder->keyBox());
+
+    // Shown where the desktop binds the key and cannot take a modifier key alone.
+    m_keyNote = new QLabel(kModifierAloneNote, box);
+    m_keyNote->setObjectName(QStringLiteral("keyNote"));
+    m_keyNote->setWordWrap(true);
+    FormSection::makeSecondary(m_keyNote);
+    formOf(box)->addRow(QString(), m_keyNote);
 
     connect(m_recorder, &HotkeyRecorder::hotkeyRecorded, &m_model, &AppModel::setHotkey);
     // The model outlives the tab, so a recording cut short by closing the window still resumes
@@ -373,6 +384,7 @@ void GeneralTab::showPasteShortcut()
 void GeneralTab::showHotkey()
 {
     m_recorder->setHotkey(m_model.hotkey());
+    m_keyNote->setVisible(m_model.hotkey().modifierOnly && !m_model.keySourceBindsModifierAlone());
 }
 
 void GeneralTab::reloadDevices()

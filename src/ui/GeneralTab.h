@@ -56,6 +56,7 @@ private:
     QToolButton *m_presets = nullptr;
     std::array<QPushButton *, 2> m_recordModes{}; // by RecordMode
     QLabel *m_cancel = nullptr;
+    QLabel *m_keyNote = nullptr;
     QComboBox *m_language = nullptr;
     QComboBox *m_microphone = nullptr;
     QComboBox *m_maxSeconds = nullptr;

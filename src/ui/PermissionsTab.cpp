@@ -132,6 +132,8 @@ void PermissionsTab::showInputAccess()
     if (!m_model.keyTrigger().isEmpty())
         note.append(
             QStringLiteral("The desktop starts a dictation with %1.").arg(m_model.keyTrigger()));
+    if (!m_model.keyBindingWarning().isEmpty())
+        note.append(m_model.keyBindingWarning());
     if (!m_model.sessionSummary().isEmpty())
         note.append(QStringLiteral("Session: %1.").arg(m_model.sessionSummary()));
     m_inputAccess->setNote(note.join(u'\n'));

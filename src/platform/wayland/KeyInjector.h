@@ -2,6 +2,7 @@
 
 #include <QString>
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 namespace vocari {
@@ -32,8 +33,21 @@ public:
     // errorString() says why.
     virtual bool ready() = 0;
     virtual QString errorString() const = 0;
-    // Sends the events in order. False when nothing could be sent.
-    virtual bool send(const std::vector<KeysymEvent> &events) = 0;
+    // Called when keys that send() took could not all go out after it returned. The keys not
+    // sent are dropped and every key left down is released.
+    using SendFailed = std::function<void()>;
+
+    // Sends the events in order, after those of earlier calls. False when nothing could be
+    // sent; an injector that sends after returning reports a later failure through `failed`.
+    virtual bool send(const std::vector<KeysymEvent> &events, SendFailed failed) = 0;
+    bool send(const std::vector<KeysymEvent> &events) { return send(events, {}); }
+    // Whether the keyboard layout in use has a key for the keysym, so that the desktop can type
+    // it. An injector that brings a layout of its own types every keysym.
+    virtual bool canType(std::uint32_t keysym) const
+    {
+        Q_UNUSED(keysym);
+        return true;
+    }
     // Whether the user declined the desktop's prompt, which is then not shown again by itself;
     // askAgain() lets the next ready() show it once more.
     virtual bool declined() const { return false; }

@@ -6,6 +6,8 @@
 
 #include <QDBusMessage>
 #include <QDBusObjectPath>
+#include <QDBusPendingCallWatcher>
+#include <QTimer>
 
 namespace vocari {
 
@@ -15,6 +17,8 @@ const QString remoteDesktopInterface = QStringLiteral("org.freedesktop.portal.Re
 constexpr uint keyboardDevice = 1;
 // The desktop keeps the grant until the user revokes it.
 constexpr uint persistUntilRevoked = 2;
+// The desktop answers a key at once; one that takes longer has lost it.
+constexpr int kSendTimeoutMs = 3000;
 
 } // namespace
 
@@ -27,6 +31,7 @@ PortalKeyInjector::PortalKeyInjector(const QDBusConnection &bus, SettingsStore *
 
 PortalKeyInjector::~PortalKeyInjector()
 {
+    abandonQueue(tr("the program is ending"));
     if (m_request)
         m_request->abandon();
 }
@@ -43,27 +48,109 @@ bool PortalKeyInjector::ready()
     return m_state == State::started;
 }
 
-bool PortalKeyInjector::send(const std::vector<KeysymEvent> &events)
+bool PortalKeyInjector::send(const std::vector<KeysymEvent> &events, SendFailed failed)
 {
     if (m_state != State::started || !m_session)
         return false;
-    const QDBusObjectPath session(m_session->handle());
-    for (const KeysymEvent &event : events) {
-        const bool byCode = event.keycode != 0;
-        QDBusMessage call = QDBusMessage::createMethodCall(
-            QLatin1String(Portal::service), QLatin1String(Portal::path), remoteDesktopInterface,
-            byCode ? QStringLiteral("NotifyKeyboardKeycode")
-                   : QStringLiteral("NotifyKeyboardKeysym"));
-        call.setArguments({QVariant::fromValue(session), QVariantMap(),
-                           int(byCode ? event.keycode : event.keysym),
-                           uint(event.pressed ? 1 : 0)});
-        if (!m_bus.send(call)) {
-            qCWarning(lcWayland).noquote()
-                << "cannot send keys to the portal:" << m_bus.lastError().message();
-            return false;
+    if (events.empty())
+        return true;
+    m_queue.push_back({events, 0, std::move(failed)});
+    if (!m_inFlight)
+        sendNext();
+    return true;
+}
+
+bool PortalKeyInjector::canType(std::uint32_t keysym) const
+{
+    if (m_layoutHas)
+        return m_layoutHas(keysym);
+    // Without the desktop's layout at hand, only what every Latin layout has is typed: printable
+    // ASCII (some layouts need AltGr, which the desktop adds) and the function keys.
+    return (keysym >= 0x20 && keysym <= 0x7e) || (keysym >= 0xff00 && keysym <= 0xffff);
+}
+
+QDBusMessage PortalKeyInjector::callFor(const KeysymEvent &event) const
+{
+    const bool byCode = event.keycode != 0;
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        QLatin1String(Portal::service), QLatin1String(Portal::path), remoteDesktopInterface,
+        byCode ? QStringLiteral("NotifyKeyboardKeycode") : QStringLiteral("NotifyKeyboardKeysym"));
+    call.setArguments({QVariant::fromValue(QDBusObjectPath(m_session->handle())), QVariantMap(),
+                       int(byCode ? event.keycode : event.keysym), uint(event.pressed ? 1 : 0)});
+    return call;
+}
+
+void PortalKeyInjector::sendNext()
+{
+    while (!m_queue.empty() && m_queue.front().next >= m_queue.front().events.size())
+        m_queue.pop_front();
+    if (m_queue.empty() || !m_session)
+        return;
+    const KeysymEvent event = m_queue.front().events[m_queue.front().next++];
+    m_inFlight = true;
+    auto *watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(callFor(event), kSendTimeoutMs), this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this,
+            [this, event, generation = m_generation](QDBusPendingCallWatcher *call) {
+                call->deleteLater();
+                if (generation == m_generation) {
+                    onSent(event, call->reply());
+                } else if (event.pressed && m_session && !call->isError()) {
+                    // A press that was on its way when the queue was dropped went through.
+                    KeysymEvent release = event;
+                    release.pressed = false;
+                    m_bus.send(callFor(release));
+                }
+            });
+}
+
+void PortalKeyInjector::onSent(const KeysymEvent &event, const QDBusMessage &reply)
+{
+    m_inFlight = false;
+    if (reply.type() != QDBusMessage::ReplyMessage) {
+        abandonQueue(reply.errorMessage());
+        return;
+    }
+    if (event.pressed) {
+        m_down.push_back(event);
+    } else {
+        std::erase_if(m_down, [&](const KeysymEvent &down) {
+            return down.keysym == event.keysym && down.keycode == event.keycode;
+        });
+    }
+    if (m_pacing.count() > 0)
+        QTimer::singleShot(m_pacing, this, [this] {
+            if (!m_inFlight)
+                sendNext();
+        });
+    else
+        sendNext();
+}
+
+void PortalKeyInjector::abandonQueue(const QString &why)
+{
+    if (m_queue.empty() && m_down.empty() && !m_inFlight)
+        return;
+    qCWarning(lcWayland).noquote() << "The desktop did not take a key; the rest is not typed:"
+                                   << why;
+    std::vector<SendFailed> told;
+    for (Batch &batch : m_queue)
+        if (batch.failed)
+            told.push_back(std::move(batch.failed));
+    m_queue.clear();
+    // Every key that went down goes up again, whatever became of the others: a key left down
+    // repeats in the user's window.
+    if (m_session) {
+        for (auto key = m_down.rbegin(); key != m_down.rend(); ++key) {
+            KeysymEvent release = *key;
+            release.pressed = false;
+            m_bus.send(callFor(release));
         }
     }
-    return true;
+    m_down.clear();
+    m_inFlight = false;
+    ++m_generation;
+    for (const SendFailed &failed : told)
+        failed();
 }
 
 void PortalKeyInjector::askAgain()
@@ -180,6 +267,7 @@ void PortalKeyInjector::onClosedByDesktop()
 
 void PortalKeyInjector::endSession()
 {
+    abandonQueue(tr("the desktop's keyboard session ended"));
     if (m_request)
         m_request->abandon();
     if (m_session) {

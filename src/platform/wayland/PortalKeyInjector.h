@@ -8,6 +8,8 @@
 #include <QPointer>
 #include <QString>
 #include <chrono>
+#include <deque>
+#include <functional>
 
 namespace vocari {
 
@@ -38,9 +40,20 @@ public:
     QString name() const override;
     bool ready() override;
     QString errorString() const override { return m_error; }
-    // One NotifyKeyboardKeysym call per event, all on one connection, so they keep their
-    // order; the calls are not waited for. False when the session has not started.
-    bool send(const std::vector<KeysymEvent> &events) override;
+    // One NotifyKeyboardKeysym (or NotifyKeyboardKeycode) call per event, each sent only once
+    // the desktop has answered the one before: a compositor that gets a release before its
+    // press ignores the press and leaves the key repeating. The events are queued and go out
+    // after this returns; false when the session has not started.
+    using KeyInjector::send;
+    bool send(const std::vector<KeysymEvent> &events, SendFailed failed) override;
+    bool canType(std::uint32_t keysym) const override;
+    // Keysyms the desktop's keyboard layout has keys for; until set, printable ASCII and the
+    // function keys count as typeable. The desktop drops the others without an error.
+    void setLayoutKeysyms(std::function<bool(std::uint32_t)> hasKey) { m_layoutHas = std::move(hasKey); }
+    // A pause between events, for a compositor that needs one; none by default.
+    void setPacing(std::chrono::milliseconds pause) { m_pacing = pause; }
+    // Whether events are still waiting to go out or for their answer.
+    bool sending() const { return m_inFlight || !m_queue.empty(); }
 
     bool declined() const override { return m_state == State::refused; }
     // Forgets a refusal; the next ready() asks the desktop again.
@@ -73,6 +86,18 @@ private:
     void onClosedByDesktop();
     void endSession();
     QString storedToken() const;
+    void sendNext();
+    void onSent(const KeysymEvent &event, const QDBusMessage &reply);
+    QDBusMessage callFor(const KeysymEvent &event) const;
+    // Drops what is queued, lets go of every key still down and tells the senders.
+    void abandonQueue(const QString &why);
+
+    struct Batch
+    {
+        std::vector<KeysymEvent> events;
+        std::size_t next = 0;
+        SendFailed failed;
+    };
 
     QDBusConnection m_bus;
     SettingsStore *m_settings;
@@ -85,6 +110,13 @@ private:
     QPointer<PortalRequest> m_request;
     PortalSession *m_session = nullptr;
     bool m_usedToken = false; // this attempt offered a stored restore token
+
+    std::deque<Batch> m_queue;
+    bool m_inFlight = false;
+    unsigned m_generation = 0; // answers to calls from before the last abandonQueue() are stale
+    std::vector<KeysymEvent> m_down; // presses sent whose release has not been
+    std::chrono::milliseconds m_pacing{0};
+    std::function<bool(std::uint32_t)> m_layoutHas;
 };
 
 } // namespace vocari

@@ -5,7 +5,9 @@
 #include "platform/wayland/ShortcutTrigger.h"
 
 #include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
 #include <QDBusVariant>
+#include <QRegularExpression>
 #include <QSet>
 
 using namespace std::chrono_literals;
@@ -15,8 +17,11 @@ namespace vocari {
 namespace {
 
 const QString shortcutsInterface = QStringLiteral("org.freedesktop.portal.GlobalShortcuts");
-const QString dictateId = QStringLiteral("dictate");
 const QString cancelId = QStringLiteral("cancel");
+// The sessions' tokens, the same in every run: desktops file the shortcuts under them, so a
+// fresh token each run would leave a stale entry holding the key.
+const QString dictateToken = QStringLiteral("vocari");
+const QString cancelToken = QStringLiteral("vocari_cancel");
 
 // How long the portal may take to say whether it is there at all (it may be starting).
 constexpr int lookTimeoutMs = 5000;
@@ -78,8 +83,15 @@ bool PortalShortcutSource::open(Sink sink)
         m_error = m_refusal;
         return false;
     }
-    if (!portalAvailable())
-        return false;
+    if (m_availability != Availability::present) {
+        if (!lookForPortal())
+            return false;
+        // Open while the portal is asked; binding follows its answer.
+        m_sink = std::move(sink);
+        m_open = true;
+        m_error.clear();
+        return true;
+    }
     if (m_dictation && !(m_boundHotkey == m_hotkey))
         dropDictation();
     if (!m_dictation) {
@@ -105,17 +117,19 @@ void PortalShortcutSource::close()
 
 bool PortalShortcutSource::isOpen() const
 {
-    return m_open && m_dictation;
+    return m_open && (m_dictation || m_looking);
 }
 
 std::vector<GrabFailure> PortalShortcutSource::setGrabs(const std::vector<KeyGrab> &grabs)
 {
     std::vector<GrabFailure> failures;
     bool escape = false;
+    // While the portal is still being asked, the key is the one about to be bound.
+    const Hotkey &key = m_dictation ? m_boundHotkey : m_hotkey;
     for (const KeyGrab &grab : grabs) {
-        const bool dictationKey = !m_boundHotkey.modifierOnly && !grab.anyModifiers &&
-                                  grab.keyCode == m_boundHotkey.keyCode &&
-                                  grab.modifiers == (m_boundHotkey.modifiers & Modifier::mask);
+        const bool dictationKey = !key.modifierOnly && !grab.anyModifiers &&
+                                  grab.keyCode == key.keyCode &&
+                                  grab.modifiers == (key.modifiers & Modifier::mask);
         if (grab.keyCode == KeyCode::escape) {
             escape = true;
             if (!m_cancelProblem.isEmpty())
@@ -141,56 +155,86 @@ void PortalShortcutSource::retry()
     m_lookAgain = QDeadlineTimer();
 }
 
-bool PortalShortcutSource::portalAvailable()
+bool PortalShortcutSource::lookForPortal()
 {
-    if (m_availability == Availability::present)
-        return true;
     if (m_availability == Availability::absent) {
         m_error = noShortcutsMessage();
         return false;
     }
+    if (m_looking)
+        return true;
     // m_error still says why the last look went unanswered.
     if (!m_lookAgain.hasExpired())
         return false;
 
-    // Asked once and kept: a portal does not gain or lose interfaces while it runs. A blocking
-    // call, as the answer decides what open() returns; the portal answers it without asking
-    // the user anything.
+    // Asked once and kept: a portal does not gain or lose interfaces while it runs. The portal
+    // service may be started by this very call, which can take seconds: nothing waits for it.
     QDBusMessage get = QDBusMessage::createMethodCall(
         QLatin1String(Portal::service), QLatin1String(Portal::path),
         QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
     get.setArguments({shortcutsInterface, QStringLiteral("version")});
-    const QDBusMessage reply = m_bus.call(get, QDBus::Block, lookTimeoutMs);
+    m_looking = true;
+    auto *watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(get, lookTimeoutMs), this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher *call) {
+        call->deleteLater();
+        m_looking = false;
+        onPortalLooked(call->reply());
+    });
+    return true;
+}
+
+void PortalShortcutSource::onPortalLooked(const QDBusMessage &reply)
+{
     if (reply.type() == QDBusMessage::ReplyMessage) {
         const uint version = reply.arguments().value(0).value<QDBusVariant>().variant().toUInt();
-        qCInfo(lcWayland, "the desktop offers global shortcuts (portal version %u)", version);
+        qCInfo(lcWayland, "dictation key: the desktop's global shortcuts (portal version %u)",
+               version);
         m_availability = Availability::present;
-        return true;
+        if (m_open && !m_dictation)
+            bindDictation();
+        return;
     }
     if (meansAbsent(reply.errorName())) {
-        qCInfo(lcWayland).noquote() << "no global-shortcuts portal:" << reply.errorMessage();
+        qCInfo(lcWayland).noquote() << "dictation key: none from the desktop:"
+                                    << reply.errorMessage();
+        qCWarning(lcWayland).noquote() << noShortcutsMessage();
         m_availability = Availability::absent;
         m_error = noShortcutsMessage();
-        return false;
+    } else {
+        m_error = tr("The desktop portal did not answer: %1").arg(reply.errorMessage());
+        qCWarning(lcWayland).noquote() << m_error;
+        m_lookAgain = QDeadlineTimer(holdAfterFailure);
     }
-    m_error = tr("The desktop portal did not answer: %1").arg(reply.errorMessage());
-    m_lookAgain = QDeadlineTimer(holdAfterFailure);
-    return false;
+    const bool wasOpen = m_open;
+    m_open = false;
+    m_sink = nullptr;
+    if (wasOpen)
+        emit failed();
 }
 
 void PortalShortcutSource::bindDictation()
 {
-    const QString trigger = shortcutTrigger(m_hotkey);
+    // A modifier key alone is no trigger a desktop takes: it would bind a garbled key.
+    const QString trigger = m_hotkey.modifierOnly ? QString() : shortcutTrigger(m_hotkey);
     qCInfo(lcWayland).noquote() << "asking the desktop for the dictation shortcut"
                                 << (trigger.isEmpty() ? m_hotkey.label() : trigger);
     m_boundHotkey = m_hotkey;
+    m_bindingWarning.clear();
+    // A desktop keeps the key it first bound to a shortcut, whatever is preferred later: a key
+    // of the user's choosing in Vocari gets a shortcut of its own.
+    m_dictationId = dictationShortcutId(trigger);
     m_dictation = new ShortcutSession(
-        m_bus, {shortcut(dictateId, tr("Dictate with Vocari"), trigger)}, m_timeout, this);
+        m_bus, dictateToken, {shortcut(m_dictationId, tr("Dictate with Vocari"), trigger)},
+        bindingFor(dictateToken, m_dictationId), m_timeout, this);
     connect(m_dictation, &ShortcutSession::ended, this, &PortalShortcutSource::onDictationEnded);
+    connect(m_dictation, &ShortcutSession::bound, this, [this] {
+        m_bound.insert(dictateToken + u'/' + m_dictationId);
+        checkBinding();
+    });
     connect(m_dictation, &ShortcutSession::triggersChanged, this,
             &PortalShortcutSource::onTriggersChanged);
     connect(m_dictation, &ShortcutSession::activated, this, [this](const QString &id) {
-        if (id != dictateId)
+        if (id != m_dictationId)
             return;
         if (m_boundHotkey.modifierOnly)
             deliver({KeyEvent::Kind::press, KeyEvent::Route::observed, m_boundHotkey.keyCode});
@@ -199,7 +243,7 @@ void PortalShortcutSource::bindDictation()
                      m_boundHotkey.modifiers & Modifier::mask});
     });
     connect(m_dictation, &ShortcutSession::deactivated, this, [this](const QString &id) {
-        if (id != dictateId)
+        if (id != m_dictationId)
             return;
         deliver({KeyEvent::Kind::release,
                  m_boundHotkey.modifierOnly ? KeyEvent::Route::observed : KeyEvent::Route::grabbed,
@@ -218,7 +262,9 @@ void PortalShortcutSource::onDictationEnded(bool refused, const QString &error)
                        "once more.");
         m_error = m_refusal;
     } else {
-        m_error = tr("The desktop did not bind the dictation shortcut: %1").arg(error);
+        m_error = tr("The desktop did not bind the dictation shortcut (%1): bind “vocari "
+                     "toggle” to a key in its keyboard settings.")
+                      .arg(error);
         m_failedHold = QDeadlineTimer(holdAfterFailure);
     }
     qCWarning(lcWayland).noquote() << m_error;
@@ -233,12 +279,61 @@ void PortalShortcutSource::onDictationEnded(bool refused, const QString &error)
 
 void PortalShortcutSource::onTriggersChanged()
 {
-    const QString trigger = m_dictation ? m_dictation->triggerDescription(dictateId) : QString();
+    const QString trigger = m_dictation ? m_dictation->triggerDescription(m_dictationId) : QString();
     if (trigger == m_trigger)
         return;
     m_trigger = trigger;
     qCInfo(lcWayland).noquote() << "the desktop binds dictation to" << trigger;
+    if (m_dictation && m_dictation->state() == ShortcutSession::State::bound)
+        checkBinding();
     emit triggerDescriptionChanged(trigger);
+}
+
+QString PortalShortcutSource::dictationShortcutId(const QString &trigger)
+{
+    QString id = QStringLiteral("dictate");
+    if (!trigger.isEmpty())
+        id += u'_' + trigger.toLower().replace(QRegularExpression(QStringLiteral("[^a-z0-9]+")),
+                                               QStringLiteral("_"));
+    return id;
+}
+
+ShortcutSession::Binding PortalShortcutSource::bindingFor(const QString &token,
+                                                          const QString &id) const
+{
+    // Asking a desktop to bind what it did not bind at once may open its shortcut settings;
+    // once in a run for each shortcut is enough.
+    return m_bound.contains(token + u'/' + id) ? ShortcutSession::Binding::listedOnly
+                                               : ShortcutSession::Binding::bindMissing;
+}
+
+void PortalShortcutSource::checkBinding()
+{
+    const QString warning = bindingWarning(m_boundHotkey, m_trigger);
+    if (warning == m_bindingWarning)
+        return;
+    m_bindingWarning = warning;
+    if (!warning.isEmpty())
+        qCWarning(lcWayland).noquote() << warning;
+    emit triggerDescriptionChanged(m_trigger);
+}
+
+QString PortalShortcutSource::bindingWarning(const Hotkey &hotkey, const QString &trigger)
+{
+    const QString bindable =
+        tr("Desktops bind a key with a letter, digit or function key, with or without Ctrl, "
+           "Alt, Shift or Super; or bind “vocari toggle” to a key in the desktop's keyboard "
+           "settings.");
+    if (hotkey.modifierOnly)
+        return tr("The desktop cannot bind %1 alone as a shortcut. ").arg(hotkey.label()) +
+               bindable;
+    if (trigger.trimmed().isEmpty())
+        return tr("The desktop bound no key to dictation. ") + bindable;
+    if (!triggerNamesKey(trigger, hotkey))
+        return tr("The desktop starts a dictation with %1, not %2: change it in the desktop's "
+                  "shortcut settings, or choose that key in Vocari.")
+            .arg(trigger, hotkey.label());
+    return {};
 }
 
 void PortalShortcutSource::dropDictation()
@@ -258,9 +353,11 @@ void PortalShortcutSource::bindCancel()
     if (m_cancel)
         return;
     m_cancel = new ShortcutSession(
-        m_bus, {shortcut(cancelId, tr("Cancel dictation"), QStringLiteral("Escape"))}, m_timeout,
-        this);
+        m_bus, cancelToken, {shortcut(cancelId, tr("Cancel dictation"), QStringLiteral("Escape"))},
+        bindingFor(cancelToken, cancelId), m_timeout, this);
     connect(m_cancel, &ShortcutSession::ended, this, &PortalShortcutSource::onCancelEnded);
+    connect(m_cancel, &ShortcutSession::bound, this,
+            [this] { m_bound.insert(cancelToken + u'/' + cancelId); });
     connect(m_cancel, &ShortcutSession::activated, this, [this](const QString &id) {
         if (id == cancelId)
             deliver({KeyEvent::Kind::press, KeyEvent::Route::grabbed, KeyCode::escape});

@@ -6,6 +6,8 @@
 #include <QDBusMetaType>
 #include <QDBusObjectPath>
 
+#include <algorithm>
+
 namespace vocari {
 
 namespace {
@@ -40,19 +42,23 @@ void registerPortalShortcutTypes()
     Q_UNUSED(registered);
 }
 
-ShortcutSession::ShortcutSession(const QDBusConnection &bus, const QList<PortalShortcut> &shortcuts,
+ShortcutSession::ShortcutSession(const QDBusConnection &bus, const QString &token,
+                                 const QList<PortalShortcut> &shortcuts, Binding binding,
                                  std::chrono::milliseconds timeout, QObject *parent)
-    : QObject(parent), m_bus(bus), m_shortcuts(shortcuts), m_timeout(timeout)
+    : QObject(parent), m_bus(bus), m_shortcuts(shortcuts), m_binding(binding), m_timeout(timeout)
 {
     registerPortalShortcutTypes();
     follow(true);
-    const QString token = Portal::newToken();
     // Portals that leave the handle out of their answer use the one the token makes.
     const QString predicted = QStringLiteral("%1/session/%2/%3")
                                   .arg(QLatin1String(Portal::path), Portal::senderPart(bus), token);
+    // Some desktops bind only the shortcuts given here, and name the program's entry in their
+    // shortcut settings after the token; others bind only through BindShortcuts.
     m_request = PortalRequest::start(
         m_bus, shortcutsInterface, QStringLiteral("CreateSession"), {},
-        {{QStringLiteral("session_handle_token"), token}}, this,
+        {{QStringLiteral("session_handle_token"), token},
+         {QStringLiteral("shortcuts"), QVariant::fromValue(m_shortcuts)}},
+        this,
         [this, predicted](const PortalResponse &response) { onCreated(response, predicted); },
         m_timeout);
 }
@@ -89,9 +95,41 @@ void ShortcutSession::onCreated(const PortalResponse &response, const QString &p
     connect(m_session, &PortalSession::closedByDesktop, this,
             [this] { end(false, tr("The desktop closed the shortcut session.")); });
 
+    // What the desktop holds for the session already, from CreateSession or an earlier run;
+    // asking it shows the user nothing.
+    m_request = PortalRequest::start(
+        m_bus, shortcutsInterface, QStringLiteral("ListShortcuts"),
+        {QVariant::fromValue(QDBusObjectPath(handle))}, {}, this,
+        [this](const PortalResponse &response) { onListed(response); }, m_timeout);
+}
+
+void ShortcutSession::onListed(const PortalResponse &response)
+{
+    if (response.status == PortalResponse::Status::success) {
+        const auto listed =
+            qdbus_cast<QList<PortalShortcut>>(response.results.value(QStringLiteral("shortcuts")));
+        const bool allThere = std::all_of(
+            m_shortcuts.begin(), m_shortcuts.end(), [&listed](const PortalShortcut &wanted) {
+                return std::any_of(listed.begin(), listed.end(),
+                                   [&](const PortalShortcut &had) { return had.id == wanted.id; });
+            });
+        if (allThere || m_binding == Binding::listedOnly) {
+            // BindShortcuts would only open the desktop's shortcut settings again.
+            m_state = State::bound;
+            takeTriggers(response.results.value(QStringLiteral("shortcuts")));
+            emit bound();
+            return;
+        }
+    }
+    bind();
+}
+
+void ShortcutSession::bind()
+{
     m_request = PortalRequest::start(
         m_bus, shortcutsInterface, QStringLiteral("BindShortcuts"),
-        {QVariant::fromValue(QDBusObjectPath(handle)), QVariant::fromValue(m_shortcuts), QString()},
+        {QVariant::fromValue(QDBusObjectPath(handle())), QVariant::fromValue(m_shortcuts),
+         QString()},
         {}, this, [this](const PortalResponse &response) { onBound(response); }, m_timeout);
 }
 
@@ -140,14 +178,23 @@ bool ShortcutSession::isOurs(const QDBusMessage &message) const
 
 void ShortcutSession::onActivated(const QDBusMessage &message)
 {
-    if (isOurs(message))
-        emit activated(message.arguments().at(1).toString());
+    if (!isOurs(message))
+        return;
+    // A held key repeats its activation on some desktops; only the first one counts.
+    const QString id = message.arguments().at(1).toString();
+    if (m_active.contains(id))
+        return;
+    m_active.insert(id);
+    emit activated(id);
 }
 
 void ShortcutSession::onDeactivated(const QDBusMessage &message)
 {
-    if (isOurs(message))
-        emit deactivated(message.arguments().at(1).toString());
+    if (!isOurs(message))
+        return;
+    const QString id = message.arguments().at(1).toString();
+    m_active.remove(id);
+    emit deactivated(id);
 }
 
 void ShortcutSession::onShortcutsChanged(const QDBusMessage &message)

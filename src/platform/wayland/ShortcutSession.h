@@ -7,6 +7,7 @@
 #include <QMetaType>
 #include <QObject>
 #include <QPointer>
+#include <QSet>
 #include <QString>
 #include <QVariantMap>
 #include <chrono>
@@ -34,8 +35,11 @@ const QDBusArgument &operator>>(const QDBusArgument &argument, PortalShortcut &s
 void registerPortalShortcutTypes();
 
 // A session of the desktop's global-shortcuts portal with a fixed set of shortcuts bound to it.
-// Construction asks the portal for a session and binds the shortcuts, which may show the user
-// a dialog; the answer comes back through bound() or ended(). While bound, the portal's
+// Construction asks the portal for a session with the shortcuts, then for the shortcuts it
+// holds for the session. Only where some are missing are they bound with BindShortcuts, which
+// may show the user a dialog or open the desktop's settings; the answer comes back through
+// bound() or ended(). The session token is the caller's, and fixed: desktops keep the user's
+// choice of key under it from one run to the next. While bound, the portal's
 // Activated and Deactivated signals for this session come out as activated() and
 // deactivated(). Deleting the object closes the session, and with it the shortcuts.
 class ShortcutSession : public QObject
@@ -49,7 +53,15 @@ public:
         ended
     };
 
-    ShortcutSession(const QDBusConnection &bus, const QList<PortalShortcut> &shortcuts,
+    // Whether BindShortcuts may be called when the desktop lists fewer shortcuts than given.
+    enum class Binding
+    {
+        bindMissing,
+        listedOnly // the desktop was asked to bind them once in this run already
+    };
+
+    ShortcutSession(const QDBusConnection &bus, const QString &token,
+                    const QList<PortalShortcut> &shortcuts, Binding binding,
                     std::chrono::milliseconds timeout, QObject *parent = nullptr);
     ~ShortcutSession() override;
 
@@ -79,6 +91,8 @@ private slots:
 
 private:
     void onCreated(const PortalResponse &response, const QString &predictedHandle);
+    void onListed(const PortalResponse &response);
+    void bind();
     void onBound(const PortalResponse &response);
     void end(bool refused, const QString &error);
     bool isOurs(const QDBusMessage &message) const;
@@ -87,6 +101,8 @@ private:
 
     QDBusConnection m_bus;
     QList<PortalShortcut> m_shortcuts;
+    Binding m_binding;
+    QSet<QString> m_active; // shortcuts activated and not yet deactivated
     std::chrono::milliseconds m_timeout;
     State m_state = State::binding;
     QPointer<PortalRequest> m_request;

@@ -70,4 +70,36 @@ QString shortcutTrigger(const Hotkey &hotkey)
     return parts.join(QLatin1Char('+'));
 }
 
+bool triggerNamesKey(const QString &description, const Hotkey &hotkey)
+{
+    static const std::map<QString, std::uint64_t> modifierNames{
+        {QStringLiteral("ctrl"), Modifier::control},  {QStringLiteral("control"), Modifier::control},
+        {QStringLiteral("primary"), Modifier::control}, {QStringLiteral("alt"), Modifier::alt},
+        {QStringLiteral("shift"), Modifier::shift},   {QStringLiteral("logo"), Modifier::super},
+        {QStringLiteral("super"), Modifier::super},   {QStringLiteral("meta"), Modifier::super},
+        {QStringLiteral("win"), Modifier::super},
+    };
+    QStringList parts = description.trimmed().toLower().split(u'+');
+    // A plus key itself ends the description with an empty part.
+    if (parts.size() > 1 && parts.last().isEmpty()) {
+        parts.removeLast();
+        parts.last() = QStringLiteral("plus");
+    }
+    if (parts.isEmpty())
+        return false;
+    // Desktops write some names without the underscore ("ScrollLock").
+    const QString key = parts.takeLast().trimmed().remove(u'_');
+    std::uint64_t modifiers = 0;
+    for (const QString &part : parts) {
+        const auto found = modifierNames.find(part.trimmed());
+        if (found == modifierNames.end())
+            return false;
+        modifiers |= found->second;
+    }
+    const QString expected = usKeysymName(hotkey.keyCode).toLower().remove(u'_');
+    return !expected.isEmpty() && key == expected &&
+           modifiers == (hotkey.modifiers & (Modifier::control | Modifier::alt | Modifier::shift |
+                                             Modifier::super));
+}
+
 } // namespace vocari

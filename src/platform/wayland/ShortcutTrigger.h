@@ -17,4 +17,8 @@ QString usKeysymName(std::uint16_t keyCode);
 // ("Alt_R"). Empty when the key has no name, so that the desktop lets the user pick one.
 QString shortcutTrigger(const Hotkey &hotkey);
 
+// Whether a desktop's description of a trigger ("Ctrl+Alt+Space", "CTRL+ALT+space", "F8")
+// names the key with exactly its modifiers, whatever the case and spelling of the modifiers.
+bool triggerNamesKey(const QString &description, const Hotkey &hotkey);
+
 } // namespace vocari

@@ -5,6 +5,8 @@
 #include "settings/Preferences.h"
 #include "text/TextInserter.h"
 
+#include <algorithm>
+#include <iterator>
 #include <optional>
 
 namespace vocari {
@@ -16,10 +18,20 @@ WaylandDesktopServices::WaylandDesktopServices(std::unique_ptr<KeyInjector> keys
       m_fallbackClipboard(std::move(fallback))
 {
     m_restore.setSingleShot(true);
-    m_restore.setInterval(kRestoreDelayMs);
     QObject::connect(&m_restore, &QTimer::timeout, [this] {
-        if (m_saved && m_clipboard)
+        // The user's content comes back only once a program has fetched the dictation: before
+        // that, a slow window would paste the old content. A paste nobody fetched failed, and
+        // the dictation stays on the clipboard for the user to paste.
+        if (m_clipboard && m_clipboard->fetches() == 0) {
+            if (m_restoreWaitedMs < kLongestFetchWaitMs) {
+                m_restoreWaitedMs += kRestoreStepMs;
+                m_restore.start(kRestoreStepMs);
+                return;
+            }
+            qCWarning(lcWayland, "No window took the pasted text; it stays on the clipboard.");
+        } else if (m_saved && m_clipboard) {
             m_clipboard->restore(*m_saved);
+        }
         m_saved.reset();
     });
 }
@@ -34,14 +46,6 @@ InputAccessState WaylandDesktopServices::inputAccess()
     return {ready, ready ? QString() : m_keys->errorString(), true};
 }
 
-bool WaylandDesktopServices::send(const std::vector<KeysymEvent> &events)
-{
-    if (m_keys->send(events))
-        return true;
-    qCWarning(lcWayland).noquote() << "Keys could not be sent:" << m_keys->errorString();
-    return false;
-}
-
 void WaylandDesktopServices::leaveOnClipboard(const QString &text)
 {
     qCWarning(lcWayland, "The text could not be put into the window; it is on the clipboard.");
@@ -51,18 +55,23 @@ void WaylandDesktopServices::leaveOnClipboard(const QString &text)
 bool WaylandDesktopServices::paste(const QString &text)
 {
     m_erasable = 0;
-    if (!m_clipboard) {
-        if (!m_saidTyping) {
-            qCInfo(lcWayland, "This compositor lets no program set the clipboard without a "
-                              "window in front, so dictations are typed instead of pasted.");
-            m_saidTyping = true;
-        }
-        const bool typed = typeText(text).has_value();
-        if (!typed)
-            leaveOnClipboard(text);
-        m_erasable = 0;
-        return typed;
+    if (m_clipboard)
+        return pasteThroughClipboard(text);
+    if (!m_saidTyping) {
+        qCInfo(lcWayland, "This compositor lets no program set the clipboard without a window "
+                          "in front, so dictations are typed instead of pasted.");
+        m_saidTyping = true;
     }
+    const bool typed = typeText(text).has_value();
+    if (!typed)
+        leaveOnClipboard(text);
+    m_erasable = 0;
+    return typed;
+}
+
+bool WaylandDesktopServices::pasteThroughClipboard(const QString &text)
+{
+    m_erasable = 0;
     // Within the restore delay of an earlier paste the clipboard holds that dictation; what
     // the user had before it is the content to come back.
     if (!m_restore.isActive())
@@ -71,10 +80,10 @@ bool WaylandDesktopServices::paste(const QString &text)
     if (!m_clipboard->setText(text)) {
         // The text cannot reach the clipboard: typing it loses nothing.
         m_saved.reset();
-        const bool typed = typeText(text).has_value();
+        std::vector<KeysymEvent> events = typingKeysyms(TextInserter::unifiedLineBreaks(text));
+        const bool typed = m_keys->send(events, [this, text] { leaveOnClipboard(text); });
         if (!typed)
             leaveOnClipboard(text);
-        m_erasable = 0;
         return typed;
     }
     // Which program is in front cannot be known, so no terminal's own shortcut is chosen
@@ -83,30 +92,61 @@ bool WaylandDesktopServices::paste(const QString &text)
         TextInserter::pasteKeys(Preferences::pasteShortcut(), QString(), QString());
     if (keys == TextInserter::PasteKeys::shiftInsert)
         m_clipboard->setPrimaryText(text);
-    if (!send(pasteKeysyms(keys))) {
+    const bool restore = !Preferences::keepOnClipboard() && m_saved;
+    if (!restore)
+        m_saved.reset(); // an unreadable clipboard is not cleared: the dictation stays on it
+    const bool sent = m_keys->send(pasteKeysyms(keys), [this] {
         // Nothing was pasted: the text stays on the clipboard for the user to paste.
         qCWarning(lcWayland, "The paste shortcut could not be sent; the text is on the "
                              "clipboard.");
+        m_restore.stop();
+        m_saved.reset();
+    });
+    if (!sent) {
+        qCWarning(lcWayland).noquote() << "The paste shortcut could not be sent; the text is on "
+                                          "the clipboard:"
+                                       << m_keys->errorString();
         m_saved.reset();
         return false;
     }
-    if (Preferences::keepOnClipboard() || !m_saved) {
-        // An unreadable clipboard is not cleared: the dictation stays on it instead.
-        m_saved.reset();
-        return true;
+    if (restore) {
+        m_restoreWaitedMs = 0;
+        m_restore.start(kRestoreDelayMs);
     }
-    m_restore.start();
     return true;
 }
 
 std::optional<qsizetype> WaylandDesktopServices::typeText(const QString &text)
 {
     const std::vector<KeysymEvent> events = typingKeysyms(TextInserter::unifiedLineBreaks(text));
-    if (!events.empty() && !send(events))
+    const bool layoutLacksSome = std::any_of(events.begin(), events.end(), [this](const auto &e) {
+        return !m_keys->canType(e.keysym);
+    });
+    if (layoutLacksSome && m_clipboard) {
+        // The desktop would drop those characters without a word: the phrase goes by paste.
+        qCInfo(lcWayland, "The keyboard layout lacks characters of the text; it is pasted.");
+        return pasteThroughClipboard(text) ? std::optional<qsizetype>(0) : std::nullopt;
+    }
+    std::vector<KeysymEvent> typeable;
+    typeable.reserve(events.size());
+    std::copy_if(events.begin(), events.end(), std::back_inserter(typeable),
+                 [this](const auto &e) { return m_keys->canType(e.keysym); });
+    if (!typeable.empty() && !m_keys->send(typeable, [this, text] {
+            // What went out of this text is unknown, so none of it is erased.
+            m_erasable = 0;
+            leaveOnClipboard(text);
+        })) {
+        qCWarning(lcWayland).noquote() << "Keys could not be sent:" << m_keys->errorString();
         return std::nullopt;
+    }
+    if (layoutLacksSome) {
+        qCWarning(lcWayland, "The keyboard layout lacks characters of the text, and they cannot "
+                             "be pasted here; the whole text is on the clipboard.");
+        copyToClipboard(text);
+    }
     // One BackSpace per character sent (Wayland programs, GTK 4 and Qt, take back one code
-    // point each); characters that have no key were not sent and are not counted.
-    return qsizetype(events.size() / 2);
+    // point each); characters that were not sent are not counted.
+    return qsizetype(typeable.size() / 2);
 }
 
 qsizetype WaylandDesktopServices::type(const QString &text)
@@ -125,8 +165,8 @@ void WaylandDesktopServices::erase(qsizetype count)
     // Only what was typed since anything else went out is known to be in the window still.
     if (count > m_erasable) {
         qCInfo(lcWayland, "The typed text is not erased: other keys were sent since.");
-    } else if (count > 0) {
-        send(backspaceKeysyms(count));
+    } else if (count > 0 && !m_keys->send(backspaceKeysyms(count))) {
+        qCWarning(lcWayland).noquote() << "Keys could not be sent:" << m_keys->errorString();
     }
     m_erasable = 0;
 }

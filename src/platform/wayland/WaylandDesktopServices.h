@@ -47,9 +47,13 @@ public:
     bool restorePending() const { return m_restore.isActive(); }
 
     static constexpr int kRestoreDelayMs = 500;
+    // A window that has not fetched the text by the delay is given this much longer, looked at
+    // every step.
+    static constexpr int kLongestFetchWaitMs = 3000;
+    static constexpr int kRestoreStepMs = 100;
 
 private:
-    bool send(const std::vector<KeysymEvent> &events);
+    bool pasteThroughClipboard(const QString &text);
     // Types the text; how many BackSpaces erase it, or none when the keys could not be sent.
     std::optional<qsizetype> typeText(const QString &text);
     void leaveOnClipboard(const QString &text);
@@ -59,6 +63,7 @@ private:
     std::function<void(const QString &)> m_fallbackClipboard;
     QTimer m_restore;
     std::optional<ClipboardContent> m_saved; // what comes back when the restore runs
+    int m_restoreWaitedMs = 0;
     qsizetype m_erasable = 0; // BackSpaces that take back what was typed since anything else
     bool m_saidTyping = false;
 };

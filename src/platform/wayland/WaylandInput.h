@@ -20,12 +20,9 @@ struct WaylandInput
     QString summary;
 
     // `copyFallback` puts text on the windows' own clipboard, for when nothing else can.
+    // Nothing here waits for the portal: the key source says which key it got once it knows.
     static WaylandInput choose(const QDBusConnection &bus,
                                std::function<void(const QString &)> copyFallback);
 };
-
-// Whether the desktop's portal service on the bus offers the interface (it answers for its
-// version).
-bool portalOffers(const QDBusConnection &bus, const QString &interface);
 
 } // namespace vocari

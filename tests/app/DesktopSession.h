@@ -93,14 +93,8 @@ public:
 private:
     static QJsonObject withDefaults(Speech speech, QJsonObject settings)
     {
-        // The feedback sounds play into the test microphone; tests that do not hear them on
-        // purpose turn them off.
-        if (!settings.contains(QStringLiteral("sounds")))
-            settings.insert(QStringLiteral("sounds"), false);
-        settings.insert(QStringLiteral("autoCapitalize"), true);
-        if (speech == Speech::toneModel)
-            settings.insert(QStringLiteral("engine"), QStringLiteral("parakeetRedux"));
-        return settings;
+        return speech == Speech::toneModel ? toneModelSettings(settings)
+                                           : dictationSettings(settings);
     }
 
     static ChildProcess::Options sessionOn(const QString &display)
@@ -117,15 +111,6 @@ private:
         options.unsetEnvironment = {QStringLiteral("XDG_SESSION_TYPE"),
                                     QStringLiteral("WAYLAND_DISPLAY")};
         return options;
-    }
-
-    void installToneModel() const
-    {
-        const QString target = modelsPath() + QStringLiteral("/parakeetRedux");
-        QDir().mkpath(target);
-        const QDir source(QStringLiteral(VOCARI_PARAKEET_FIXTURES "/split"));
-        for (const QString &name : source.entryList(QDir::Files))
-            QFile::copy(source.filePath(name), target + u'/' + name);
     }
 };
 

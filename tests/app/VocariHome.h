@@ -79,6 +79,41 @@ public:
     }
 
     bool isRunning() { return m_process && m_process->isRunning(); }
+    void stop()
+    {
+        if (m_process)
+            m_process->terminate();
+        m_process.reset();
+    }
+
+    // The settings of a test dictation: the feedback sounds, which play into the test
+    // microphone, off unless the test hears them on purpose, and sentences capitalised.
+    static QJsonObject dictationSettings(QJsonObject settings)
+    {
+        if (!settings.contains(QStringLiteral("sounds")))
+            settings.insert(QStringLiteral("sounds"), false);
+        settings.insert(QStringLiteral("autoCapitalize"), true);
+        return settings;
+    }
+    // The same with the Parakeet test model selected, which installToneModel() provides.
+    static QJsonObject toneModelSettings(QJsonObject settings)
+    {
+        settings = dictationSettings(settings);
+        settings.insert(QStringLiteral("engine"), QStringLiteral("parakeetRedux"));
+        return settings;
+    }
+
+#ifdef VOCARI_PARAKEET_FIXTURES
+    // The Parakeet test model, installed as a downloaded model.
+    void installToneModel() const
+    {
+        const QString target = modelsPath() + QStringLiteral("/parakeetRedux");
+        QDir().mkpath(target);
+        const QDir source(QStringLiteral(VOCARI_PARAKEET_FIXTURES "/split"));
+        for (const QString &name : source.entryList(QDir::Files))
+            QFile::copy(source.filePath(name), target + u'/' + name);
+    }
+#endif
     ChildProcess *process() { return m_process.get(); }
 
 private:

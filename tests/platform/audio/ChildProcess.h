@@ -39,6 +39,7 @@ public:
                    std::chrono::milliseconds limit = std::chrono::seconds(20));
 
     bool isRunning();
+    pid_t pid() const { return m_pid; }
     // Waits until the program has ended; false when it is still running after the limit.
     bool waitForExit(std::chrono::milliseconds limit);
     int exitCode() const { return m_exitCode; }

@@ -47,6 +47,9 @@ public:
     std::vector<KeysymEvent> keysyms;
     std::map<QString, uint> responses;
     std::map<QString, uint> bindResponses;
+    // What each session token has bound, kept across sessions as a desktop keeps it.
+    std::map<QString, QList<PortalShortcut>> boundByToken;
+    std::map<QString, QString> tokenOfSession;
     QStringList silent;
     bool movedHandles = false;
 
@@ -87,6 +90,7 @@ bool FakePortalObject::handleMessage(const QDBusMessage &message, const QDBusCon
     static const QMap<QString, QString> signatures{
         {QStringLiteral("CreateSession"), QStringLiteral("a{sv}")},
         {QStringLiteral("BindShortcuts"), QStringLiteral("oa(sa{sv})sa{sv}")},
+        {QStringLiteral("ListShortcuts"), QStringLiteral("oa{sv}")},
         {QStringLiteral("SelectDevices"), QStringLiteral("oa{sv}")},
         {QStringLiteral("Start"), QStringLiteral("osa{sv}")},
         {QStringLiteral("NotifyKeyboardKeysym"), QStringLiteral("oa{sv}iu")},
@@ -143,6 +147,10 @@ bool FakePortalObject::handleRequest(const QDBusMessage &message, const QDBusCon
         call.session = args.first().value<QDBusObjectPath>().path();
     if (call.method == QLatin1String("BindShortcuts"))
         call.shortcuts = qdbus_cast<QList<PortalShortcut>>(args.value(1));
+    else if (call.method == QLatin1String("CreateSession") &&
+             call.options.contains(QStringLiteral("shortcuts")))
+        call.shortcuts =
+            qdbus_cast<QList<PortalShortcut>>(call.options.value(QStringLiteral("shortcuts")));
 
     const QString sender = senderPart(message.service());
     QString request = QStringLiteral("%1/request/%2/%3")
@@ -190,27 +198,50 @@ std::pair<uint, QVariantMap> FakePortalObject::outcome(const FakePortal::Call &c
     if (const auto found = responses.find(call.method); found != responses.end())
         code = found->second;
     QVariantMap results;
+    // A shortcut as the desktop describes it once bound: the trigger it was asked for.
+    const auto described = [](const PortalShortcut &shortcut) {
+        return PortalShortcut{
+            shortcut.id,
+            {{QStringLiteral("description"), shortcut.properties.value("description").toString()},
+             {QStringLiteral("trigger_description"),
+              shortcut.properties.value(QStringLiteral("preferred_trigger")).toString()}}};
+    };
+    // Binding replaces what the token had under the same ids.
+    const auto keep = [this](const QString &token, const QList<PortalShortcut> &shortcuts) {
+        QList<PortalShortcut> &bound = boundByToken[token];
+        for (const PortalShortcut &shortcut : shortcuts) {
+            bound.removeIf([&](const PortalShortcut &old) { return old.id == shortcut.id; });
+            bound << shortcut;
+        }
+    };
     if (call.method == QLatin1String("CreateSession")) {
+        const QString token = call.options.value(QStringLiteral("session_handle_token")).toString();
         const QString session =
-            QStringLiteral("%1/session/%2/%3")
-                .arg(desktopPath, sender,
-                     call.options.value(QStringLiteral("session_handle_token")).toString());
-        if (code == 0)
+            QStringLiteral("%1/session/%2/%3").arg(desktopPath, sender, token);
+        if (code == 0) {
             sessions.emplace_back(session, call.interface);
+            tokenOfSession[session] = token;
+            if (m_options.bindsAtCreate && call.interface == shortcutsInterface) {
+                QList<PortalShortcut> bound;
+                for (const PortalShortcut &shortcut : call.shortcuts)
+                    bound << described(shortcut);
+                keep(token, bound);
+            }
+        }
         // As the real portal does, the handle comes as a string.
         results.insert(QStringLiteral("session_handle"), session);
+    } else if (call.method == QLatin1String("ListShortcuts")) {
+        results.insert(QStringLiteral("shortcuts"),
+                       QVariant::fromValue(boundByToken[tokenOfSession[call.session]]));
     } else if (call.method == QLatin1String("BindShortcuts")) {
         QList<PortalShortcut> bound;
         for (const PortalShortcut &shortcut : call.shortcuts) {
             if (const auto found = bindResponses.find(shortcut.id); found != bindResponses.end())
                 code = found->second;
-            const QString trigger =
-                shortcut.properties.value(QStringLiteral("preferred_trigger")).toString();
-            bound << PortalShortcut{
-                shortcut.id,
-                {{QStringLiteral("description"), shortcut.properties.value("description")},
-                 {QStringLiteral("trigger_description"), QStringLiteral("Press %1").arg(trigger)}}};
+            bound << described(shortcut);
         }
+        if (code == 0)
+            keep(tokenOfSession[call.session], bound);
         results.insert(QStringLiteral("shortcuts"), QVariant::fromValue(bound));
     } else if (call.method == QLatin1String("Start")) {
         results.insert(QStringLiteral("devices"), uint(1));

@@ -31,6 +31,10 @@ public:
     {
         bool globalShortcuts = true;
         bool remoteDesktop = true;
+        // Binds the shortcuts given to CreateSession, as KDE Plasma does; otherwise only
+        // BindShortcuts binds, as GNOME does. Either way ListShortcuts lists what the session's
+        // token has bound, in this session or an earlier one.
+        bool bindsAtCreate = false;
     };
 
     struct Call
@@ -40,7 +44,7 @@ public:
         QString path;    // the object called
         QString session; // the session argument, for methods that take one
         QVariantMap options;
-        QList<PortalShortcut> shortcuts; // BindShortcuts only
+        QList<PortalShortcut> shortcuts; // BindShortcuts, and CreateSession where given
     };
 
     FakePortal(const QString &busAddress, Options options);

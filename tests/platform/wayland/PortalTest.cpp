@@ -121,7 +121,10 @@ struct Watched
         monitor->escapeActive = [this] { return cancellable; };
     }
     // Whether the desktop has answered the binding.
-    bool bound() const { return !source->triggerDescription().isEmpty(); }
+    bool bound() const
+    {
+        return !source->triggerDescription().isEmpty() || !source->bindingWarning().isEmpty();
+    }
 
     PortalShortcutSource *source = nullptr;
     std::unique_ptr<HotkeyMonitor> monitor;
@@ -188,53 +191,68 @@ TEST_F(PortalTest, DictationShortcutIsBoundWithTheKeyAsPreferredTrigger)
     PortalShortcutSource source(bus());
     QStringList triggers;
     QObject::connect(&source, &PortalShortcutSource::triggerDescriptionChanged,
-                     [&triggers](const QString &trigger) { triggers << trigger; });
+                     [&source, &triggers] { triggers << source.triggerDescription(); });
 
-    source.watchHotkey(rightAlt);
+    source.watchHotkey(ctrlAltSpace);
     ASSERT_TRUE(source.open(ignoreKeys()));
     EXPECT_TRUE(source.isOpen()); // while the desktop is still asked
     ASSERT_TRUE(waitUntil([&] { return !source.triggerDescription().isEmpty(); }));
-    EXPECT_EQ(triggers, QStringList{"Press Alt_R"});
+    EXPECT_EQ(source.triggerDescription(), "CTRL+ALT+space");
+    EXPECT_EQ(source.bindingWarning(), QString());
 
+    // The shortcut goes with the session, under the same token in every run, and is bound
+    // only because the desktop did not list it as bound.
     const FakePortal::Call create = calls(QStringLiteral("CreateSession"), 1).value(0);
     EXPECT_FALSE(create.options.value("handle_token").toString().isEmpty());
-    EXPECT_FALSE(create.options.value("session_handle_token").toString().isEmpty());
+    EXPECT_EQ(create.options.value("session_handle_token").toString(), "vocari");
+    ASSERT_EQ(create.shortcuts.size(), 1);
+    EXPECT_EQ(create.shortcuts[0].id, "dictate_ctrl_alt_space");
+    EXPECT_EQ(create.shortcuts[0].properties.value("description").toString(),
+              "Dictate with Vocari");
+    EXPECT_EQ(create.shortcuts[0].properties.value("preferred_trigger").toString(),
+              "CTRL+ALT+space");
     const QString first = fake().sessions(shortcutsInterface).at(0);
+    EXPECT_EQ(calls(QStringLiteral("ListShortcuts"), 1).value(0).session, first);
     const FakePortal::Call bind = calls(QStringLiteral("BindShortcuts"), 1).value(0);
     EXPECT_EQ(bind.session, first);
-    ASSERT_EQ(bind.shortcuts.size(), 1);
-    EXPECT_EQ(bind.shortcuts[0].id, "dictate");
-    EXPECT_EQ(bind.shortcuts[0].properties.value("description").toString(), "Dictate with Vocari");
-    EXPECT_EQ(bind.shortcuts[0].properties.value("preferred_trigger").toString(), "Alt_R");
+    EXPECT_EQ(bind.shortcuts[0].id, create.shortcuts[0].id);
 
-    // The user changes the trigger in the desktop's settings.
-    fake().emitShortcutsChanged(first, QStringLiteral("dictate"), QStringLiteral("Right Ctrl"));
+    // The user changes the trigger in the desktop's settings: Vocari says which key now starts
+    // a dictation.
+    fake().emitShortcutsChanged(first, create.shortcuts[0].id, QStringLiteral("Right Ctrl"));
     ASSERT_TRUE(waitUntil([&] { return source.triggerDescription() == "Right Ctrl"; }));
     EXPECT_EQ(triggers.last(), "Right Ctrl");
+    EXPECT_EQ(source.bindingWarning(),
+              QStringLiteral("The desktop starts a dictation with Right Ctrl, not Ctrl+Alt+Space: "
+                             "change it in the desktop's shortcut settings, or choose that key "
+                             "in Vocari."));
 
     // The monitor restarts with the same key: close() and open() keep the session.
     source.close();
-    source.watchHotkey(rightAlt);
+    source.watchHotkey(ctrlAltSpace);
     ASSERT_TRUE(source.open(ignoreKeys()));
     spin(settle);
     EXPECT_EQ(fake().calls(QStringLiteral("CreateSession")).size(), 1);
     EXPECT_TRUE(fake().closedSessions().isEmpty());
     EXPECT_TRUE(source.isOpen());
 
-    // Another key binds anew and lets the old session go.
+    // Another key is a shortcut of its own (a desktop keeps the first key of a shortcut), bound
+    // anew; the old session goes.
+    source.close();
+    source.watchHotkey(Hotkey{66, 0, false} /* F8 */);
+    ASSERT_TRUE(source.open(ignoreKeys()));
+    ASSERT_TRUE(waitUntil([&] { return source.triggerDescription() == "F8"; }));
+    EXPECT_EQ(calls(QStringLiteral("BindShortcuts"), 2).value(1).shortcuts[0].id, "dictate_f8");
+    EXPECT_TRUE(waitUntil([&] { return fake().closedSessions() == QStringList{first}; }));
+
+    // Back to the first key: the desktop lists it as bound already, so it is not asked to
+    // bind again, which could open its settings.
     source.close();
     source.watchHotkey(ctrlAltSpace);
     ASSERT_TRUE(source.open(ignoreKeys()));
-    ASSERT_TRUE(
-        waitUntil([&] { return fake().calls(QStringLiteral("BindShortcuts")).size() == 2; }));
-    EXPECT_EQ(calls(QStringLiteral("BindShortcuts"), 2)
-                  .value(1)
-                  .shortcuts[0]
-                  .properties.value("preferred_trigger")
-                  .toString(),
-              "CTRL+ALT+space");
-    EXPECT_TRUE(waitUntil([&] { return fake().closedSessions() == QStringList{first}; }));
-    ASSERT_TRUE(waitUntil([&] { return source.triggerDescription() == "Press CTRL+ALT+space"; }));
+    ASSERT_TRUE(waitUntil([&] { return source.triggerDescription() == "CTRL+ALT+space"; }));
+    spin(settle);
+    EXPECT_EQ(fake().calls(QStringLiteral("BindShortcuts")).size(), 2);
 
     // Only the dictation key itself can be grabbed, and only with its own modifiers.
     const KeyGrab own{KeyCode::space, Modifier::control | Modifier::alt, false};
@@ -246,10 +264,58 @@ TEST_F(PortalTest, DictationShortcutIsBoundWithTheKeyAsPreferredTrigger)
     EXPECT_EQ(failures[0].reason, GrabFailure::Reason::refused);
 
     // Closed for good, the session goes once the event loop runs.
-    const QString second = fake().sessions(shortcutsInterface).at(1);
+    const QString last = fake().sessions(shortcutsInterface).last();
     source.close();
     EXPECT_FALSE(source.isOpen());
-    EXPECT_TRUE(waitUntil([&] { return fake().closedSessions().contains(second); }));
+    EXPECT_TRUE(waitUntil([&] { return fake().closedSessions().contains(last); }));
+}
+
+TEST_F(PortalTest, ADesktopThatBindsAtCreationIsNeverAskedToBind)
+{
+    // KDE Plasma binds what CreateSession gives and opens its settings on every BindShortcuts.
+    restartPortal({.bindsAtCreate = true});
+    Watched watched(bus());
+    ASSERT_TRUE(watched.monitor->start(ctrlAltSpace));
+    ASSERT_TRUE(waitUntil([&] { return watched.bound(); }));
+    watched.cancellable = true;
+    for (int dictation = 0; dictation < 2; ++dictation) {
+        watched.monitor->refreshEscapeGrab();
+        spin(settle);
+        watched.cancellable = !watched.cancellable;
+    }
+    ASSERT_GE(fake().sessions(shortcutsInterface).size(), 2);
+    EXPECT_TRUE(fake().calls(QStringLiteral("BindShortcuts")).isEmpty());
+    EXPECT_EQ(fake().calls(QStringLiteral("CreateSession")).last().options.value(
+                  "session_handle_token"),
+              "vocari_cancel");
+}
+
+TEST_F(PortalTest, WhatTheDesktopCannotBindIsSaid)
+{
+    // A modifier key alone is no trigger: none is proposed, and the user learns which keys
+    // work.
+    Watched watched(bus());
+    EXPECT_FALSE(watched.source->bindsModifierAlone());
+    ASSERT_TRUE(watched.monitor->start(rightAlt));
+    ASSERT_TRUE(waitUntil([&] { return watched.bound(); }));
+    EXPECT_FALSE(calls(QStringLiteral("CreateSession")).value(0).shortcuts.value(0).properties.contains(
+        "preferred_trigger"));
+    EXPECT_EQ(watched.source->bindingWarning(),
+              QStringLiteral("The desktop cannot bind Right Alt alone as a shortcut. Desktops bind "
+                             "a key with a letter, digit or function key, with or without Ctrl, "
+                             "Alt, Shift or Super; or bind “vocari toggle” to a key in the "
+                             "desktop's keyboard settings."));
+
+    // A desktop's own descriptions of the key match it whatever their spelling.
+    const Hotkey scrollLock{70, 0, false};
+    EXPECT_EQ(PortalShortcutSource::bindingWarning(ctrlAltSpace, QStringLiteral("Ctrl+Alt+Space")),
+              QString());
+    EXPECT_EQ(PortalShortcutSource::bindingWarning(scrollLock, QStringLiteral("ScrollLock")),
+              QString());
+    EXPECT_TRUE(PortalShortcutSource::bindingWarning(ctrlAltSpace, QStringLiteral("Ctrl+Space"))
+                    .startsWith(QStringLiteral("The desktop starts a dictation with Ctrl+Space")));
+    EXPECT_TRUE(PortalShortcutSource::bindingWarning(ctrlAltSpace, QString())
+                    .startsWith(QStringLiteral("The desktop bound no key to dictation.")));
 }
 
 TEST_F(PortalTest, ActivationsDriveTheMonitorForModifierKeysAndCombinations)
@@ -260,7 +326,7 @@ TEST_F(PortalTest, ActivationsDriveTheMonitorForModifierKeysAndCombinations)
         ASSERT_TRUE(watched.monitor->start(hotkey));
         ASSERT_TRUE(waitUntil([&] { return watched.bound(); }));
         const QString session = fake().sessions(shortcutsInterface).last();
-        const QString id = QStringLiteral("dictate");
+        const QString id = calls(QStringLiteral("CreateSession")).last().shortcuts.value(0).id;
 
         // Held down: a second activation while down, as a repeating key gives, changes nothing.
         fake().emitActivated(session, id);
@@ -353,8 +419,12 @@ TEST_F(PortalTest, DesktopWithoutGlobalShortcutsIsToldPlainly)
     const QString expected = QStringLiteral("This desktop offers programs no global shortcuts: "
                                             "bind “vocari toggle” to a key in its keyboard "
                                             "settings.");
-    EXPECT_FALSE(watched.monitor->start(rightAlt));
+    // The portal is asked without waiting for it; its answer stops the monitor.
+    watched.monitor->start(rightAlt);
+    ASSERT_TRUE(waitUntil([&] { return !watched.monitor->isRunning(); }));
     EXPECT_EQ(watched.monitor->errorString(), expected);
+    EXPECT_TRUE(logged(QStringLiteral("dictation key: none from the desktop")));
+    // Known from then on: a new start fails at once.
     EXPECT_FALSE(watched.monitor->start(rightAlt));
     EXPECT_EQ(watched.monitor->errorString(), expected);
     EXPECT_TRUE(fake().calls().isEmpty());
@@ -364,6 +434,7 @@ TEST_F(PortalTest, RefusedShortcutIsNotAskedForAgainUntilRetried)
 {
     fake().setResponse(QStringLiteral("BindShortcuts"), 1);
     PortalShortcutSource source(bus());
+    source.watchHotkey(ctrlAltSpace);
     int failures = 0;
     QObject::connect(&source, &PortalShortcutSource::failed, [&failures] { ++failures; });
     ASSERT_TRUE(source.open(ignoreKeys()));

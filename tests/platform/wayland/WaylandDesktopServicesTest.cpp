@@ -6,11 +6,12 @@
 
 #include "platform/wayland/Keysyms.h"
 #include "platform/wayland/SessionKind.h"
-#include "platform/wayland/WtypeKeyInjector.h"
 #include "support/EventLoop.h"
 #include "support/ScopedSettings.h"
 
 #include <gtest/gtest.h>
+#include <set>
+#include <utility>
 
 using namespace std::chrono_literals;
 
@@ -23,6 +24,8 @@ struct ScriptedInjector final : KeyInjector
     bool wasDeclined = false;
     int asked = 0;
     std::vector<KeysymEvent> sent;
+    std::vector<SendFailed> pending; // what to call if the desktop refuses the keys later
+    std::set<std::uint32_t> missingFromLayout;
 
     QString name() const override { return QStringLiteral("scripted keys"); }
     bool ready() override { return isReady; }
@@ -30,12 +33,25 @@ struct ScriptedInjector final : KeyInjector
     {
         return isReady ? QString() : QStringLiteral("Keyboard access was declined.");
     }
-    bool send(const std::vector<KeysymEvent> &events) override
+    using KeyInjector::send;
+    bool send(const std::vector<KeysymEvent> &events, SendFailed failed) override
     {
         if (!isReady)
             return false;
         sent.insert(sent.end(), events.begin(), events.end());
+        if (failed)
+            pending.push_back(std::move(failed));
         return true;
+    }
+    bool canType(std::uint32_t keysym) const override
+    {
+        return !missingFromLayout.contains(keysym);
+    }
+    // The desktop refuses a key after send() returned.
+    void refuseLater()
+    {
+        for (const SendFailed &failed : std::exchange(pending, {}))
+            failed();
     }
     bool declined() const override { return wasDeclined; }
     void askAgain() override { ++asked; }
@@ -47,6 +63,7 @@ struct ScriptedClipboard final : ClipboardAccess
     QString primary;
     bool readable = true;
     int saves = 0;
+    int fetched = 0; // how often a window fetched the text set last
 
     std::optional<ClipboardContent> save() override
     {
@@ -61,8 +78,10 @@ struct ScriptedClipboard final : ClipboardAccess
     bool setText(const QString &text) override
     {
         content = {QStringLiteral("text/plain;charset=utf-8"), text.toUtf8()};
+        fetched = 0;
         return true;
     }
+    int fetches() const override { return fetched; }
     bool restore(const ClipboardContent &saved) override
     {
         content = saved;
@@ -102,14 +121,25 @@ TEST_F(WaylandDesktop, PasteGoesThroughTheClipboardAndGivesTheUsersContentBack)
     EXPECT_EQ(m_clipboard->content.bytes, QByteArray("first"));
     EXPECT_EQ(m_keys->sent, pasteKeysyms(TextInserter::PasteKeys::ctrlV));
 
-    // A second paste within the delay keeps what the user had before the first.
+    // A second paste within the delay keeps what the user had before the first. The user's
+    // content comes back only after a window has fetched the text.
     spin(200ms);
     m_desktop->paste(QStringLiteral("second"));
     EXPECT_EQ(m_clipboard->saves, 1);
     EXPECT_EQ(m_clipboard->content.bytes, QByteArray("second"));
+    spin(1s);
+    EXPECT_TRUE(m_desktop->restorePending()) << "nobody fetched the text yet";
+    EXPECT_EQ(m_clipboard->content.bytes, QByteArray("second"));
+    m_clipboard->fetched = 1;
     ASSERT_TRUE(waitUntil([&] { return !m_desktop->restorePending(); }, 2s));
     EXPECT_EQ(m_clipboard->content.type, users.type);
     EXPECT_EQ(m_clipboard->content.bytes, users.bytes);
+
+    // A paste no window takes (a toolkit that ignored the keys) leaves the text on the
+    // clipboard for the user, instead of putting the old content back over it.
+    m_desktop->paste(QStringLiteral("ignored"));
+    ASSERT_TRUE(waitUntil([&] { return !m_desktop->restorePending(); }, 5s));
+    EXPECT_EQ(m_clipboard->content.bytes, QByteArray("ignored"));
 
     // The settings' shortcut is used, and "keep on clipboard" leaves the text there.
     m_keys->sent.clear();
@@ -142,12 +172,41 @@ TEST_F(WaylandDesktop, NoPathLosesTheText)
     EXPECT_FALSE(m_desktop->restorePending());
     EXPECT_EQ(m_clipboard->content.bytes, QByteArray("unreadable before"));
 
+    // Keys the desktop refuses after they were queued: the typing stops, the text goes to the
+    // clipboard, and nothing of it is erased later.
+    const qsizetype typed = m_desktop->type(QStringLiteral("half sent"));
+    m_keys->refuseLater();
+    EXPECT_EQ(m_clipboard->content.bytes, QByteArray("half sent"));
+    m_keys->sent.clear();
+    m_desktop->erase(typed);
+    EXPECT_TRUE(m_keys->sent.empty());
+
     // Without a clipboard the text is typed; when typing fails too, it goes to the windows'
     // clipboard.
     make(false);
     m_keys->isReady = false;
     EXPECT_FALSE(m_desktop->paste(QStringLiteral("typed or kept")));
     EXPECT_EQ(m_fallbackCopies, QStringList{QStringLiteral("typed or kept")});
+}
+
+TEST_F(WaylandDesktop, CharactersTheLayoutLacksArePastedNotDropped)
+{
+    // The desktop drops keysyms its layout has no key for, silently: such a phrase is pasted
+    // whole, and there is nothing typed to erase.
+    make(true);
+    m_keys->missingFromLayout = {0xe9}; // eacute
+    EXPECT_EQ(m_desktop->type(QStringLiteral("café")), 0);
+    EXPECT_EQ(m_clipboard->content.bytes, QByteArray("café"));
+    EXPECT_EQ(m_keys->sent, pasteKeysyms(TextInserter::PasteKeys::ctrlV));
+    EXPECT_EQ(m_desktop->type(QStringLiteral("cafe")), 4);
+
+    // With no clipboard to paste from, what the layout has is typed and the whole text is left
+    // where the user can paste it.
+    make(false);
+    m_keys->missingFromLayout = {0xe9};
+    EXPECT_EQ(m_desktop->type(QStringLiteral("café")), 3);
+    EXPECT_EQ(m_keys->sent, typingKeysyms(QStringLiteral("caf")));
+    EXPECT_EQ(m_fallbackCopies, QStringList{QStringLiteral("café")});
 }
 
 TEST_F(WaylandDesktop, WithoutAClipboardTheTextIsTyped)
@@ -218,21 +277,6 @@ TEST(SessionKindTest, TheSessionTypeDecidesThenTheDisplays)
     EXPECT_EQ(tty.reason, QStringLiteral("WAYLAND_DISPLAY is wayland-1"));
     EXPECT_FALSE(detect({{"DISPLAY", ":1"}}).isWayland());
     EXPECT_FALSE(detect({}).isWayland());
-}
-
-TEST(WtypeKeyInjectorTest, ModifiersAreSwitchesAndKeysAreHexNames)
-{
-    std::vector<KeysymEvent> events = pasteKeysyms(TextInserter::PasteKeys::ctrlShiftV);
-    const std::vector<KeysymEvent> wave = typingKeysyms(QStringLiteral("👋"));
-    events.insert(events.end(), wave.begin(), wave.end());
-    EXPECT_EQ(WtypeKeyInjector::arguments(events).join(u' '),
-              QStringLiteral("-M ctrl -M shift -P 0x00000076 -p 0x00000076 -m shift -m ctrl "
-                             "-P 0x0101f44b -p 0x0101f44b"));
-    // Without the compositor's virtual keyboard nothing is sent, and the user is told why.
-    WtypeKeyInjector unsupported(false);
-    EXPECT_FALSE(unsupported.ready());
-    EXPECT_FALSE(unsupported.send(events));
-    EXPECT_TRUE(unsupported.errorString().contains(QStringLiteral("cannot type here")));
 }
 
 } // namespace

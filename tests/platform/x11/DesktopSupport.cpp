@@ -87,6 +87,12 @@ bool TestWindow::launch(const QString &program, const QStringList &arguments)
     environment.insert(QStringLiteral("ASAN_OPTIONS"),
                        sanitizer.isEmpty() ? QStringLiteral("detect_leaks=0")
                                            : sanitizer + QStringLiteral(":detect_leaks=0"));
+    for (auto variable = m_environment.begin(); variable != m_environment.end(); ++variable) {
+        if (variable.value().isNull())
+            environment.remove(variable.key());
+        else
+            environment.insert(variable.key(), variable.value());
+    }
     m_process.setProcessEnvironment(environment);
     m_process.start(program, arguments);
     return m_process.waitForStarted(10000) &&

@@ -2,6 +2,7 @@
 
 #include "support/EventLoop.h"
 
+#include <QMap>
 #include <QProcess>
 #include <QString>
 #include <QStringList>
@@ -41,6 +42,9 @@ public:
     TestWindow(const TestWindow &) = delete;
     TestWindow &operator=(const TestWindow &) = delete;
 
+    // Variables the window starts with beyond this process's own, such as a Wayland session's;
+    // set before start().
+    void setEnvironment(const QMap<QString, QString> &variables) { m_environment = variables; }
     // Starts the window and waits until it has the keyboard focus.
     bool start(const QStringList &arguments = {});
     // The same with a GTK entry; false also when GTK 3 for Python is not installed.
@@ -68,6 +72,7 @@ private:
     void readOutput();
 
     QProcess m_process;
+    QMap<QString, QString> m_environment;
     QByteArray m_pending;
     bool m_ready = false;
     qint64 m_pid = 0;

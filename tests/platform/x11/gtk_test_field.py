@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-# The GTK 3 counterpart of TestWindow.cpp for the X11 tests: a text entry that takes the keyboard
+# The GTK 3 counterpart of TestWindow.cpp for the X11 and Wayland tests: a text entry that takes the keyboard
 # focus and reports its key events and text on the same lines ("ready", "press", "release",
 # "text") and takes the same commands ("clear", "quit") on standard input.
 
@@ -37,7 +37,9 @@ def main():
     def on_focus(*_):
         # Only the first focus announces the window.
         entry.disconnect(focus_handler)
-        report(f"ready {window.get_window().get_xid()} {os.getpid()}")
+        # A Wayland window has no X id.
+        xid = window.get_window().get_xid() if hasattr(window.get_window(), "get_xid") else 0
+        report(f"ready {xid} {os.getpid()}")
         return False
 
     def on_command(channel, _condition):
@@ -55,6 +57,11 @@ def main():
     entry.connect("changed", lambda _entry: report("text " + encoded(entry.get_text())))
     # Without a window manager nobody gives the new window the focus: it takes it once mapped.
     window.connect("map-event", lambda *_: window.get_window().focus(0))
+    # A Wayland seat without a keyboard yet (a headless compositor's, until a program adds a
+    # virtual one) gives no window the keyboard focus: there the window is ready once shown, and
+    # the focus comes with the first keyboard.
+    if os.environ.get("GDK_BACKEND") == "wayland":
+        window.connect("map-event", lambda *_: on_focus())
     window.connect("destroy", Gtk.main_quit)
     GLib.io_add_watch(GLib.IOChannel.unix_new(sys.stdin.fileno()), GLib.IO_IN | GLib.IO_HUP,
                       on_command)

@@ -254,5 +254,38 @@ TEST_P(OnSwayInto, PasteAndLiveTypingArriveWhole)
 
 INSTANTIATE_TEST_SUITE_P(Fields, OnSwayInto, ::testing::Values("gtk", "qt"));
 
+using OnGnome = OnDesktop<GnomeDesktop>;
+
+TEST_F(OnGnome, ToggledDictationsArriveExactlyOnceTheUserAllowsTyping)
+{
+    GnomeDesktop &desktop = GnomeDesktop::get();
+    TestWindow field;
+    ASSERT_TRUE(startField(field, desktop, true));
+    auto vocari = vocariOn(desktop, {});
+    ASSERT_TRUE(vocari->start()) << qPrintable(vocari->log());
+
+    // GNOME asks at every start, and binds no key: the user is told both.
+    ASSERT_TRUE(desktop.approveRemoteDesktop(20s)) << qPrintable(vocari->log());
+    ASSERT_TRUE(vocari->waitForLog(QStringLiteral("the desktop granted keyboard access")))
+        << qPrintable(vocari->log());
+    EXPECT_TRUE(vocari->log().contains(
+        QStringLiteral("it asks for keyboard access at every start of Vocari")));
+    EXPECT_TRUE(vocari->waitForLog(QStringLiteral("bind \u201Cvocari toggle\u201D")))
+        << qPrintable(vocari->log());
+
+    // Every key in order and let go: the exact text, twice, with no letter doubled or stuck.
+    for (int dictation = 0; dictation < 2; ++dictation) {
+        ASSERT_TRUE(field.clear());
+        ASSERT_EQ(vocari->command({QStringLiteral("toggle")}), 0);
+        spin(1500ms);
+        ASSERT_TRUE(speak());
+        ASSERT_EQ(vocari->command({QStringLiteral("toggle")}), 0);
+        EXPECT_TRUE(field.waitForText(kSentence))
+            << qPrintable(field.text()) << qPrintable(vocari->log());
+        spin(1s);
+        EXPECT_EQ(field.text(), kSentence) << "a key left down repeats";
+    }
+}
+
 } // namespace
 } // namespace vocari::test

@@ -221,6 +221,12 @@ void PortalKeyInjector::onStarted(const PortalResponse &response)
     const QString token = response.results.value(QStringLiteral("restore_token")).toString();
     if (!token.isEmpty() && token != storedToken())
         m_settings->setValue(QLatin1String(restoreTokenKey), token);
+    if (token.isEmpty() && !m_saidNoLastingGrant) {
+        // GNOME before 44 keeps no grant: its dialog comes back at every start.
+        qCInfo(lcWayland, "This desktop keeps no lasting keyboard grant, so it asks for keyboard "
+                          "access at every start of Vocari.");
+        m_saidNoLastingGrant = true;
+    }
     m_state = State::started;
     m_error.clear();
     qCInfo(lcWayland) << "the desktop granted keyboard access";

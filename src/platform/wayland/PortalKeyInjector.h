@@ -110,6 +110,7 @@ private:
     QPointer<PortalRequest> m_request;
     PortalSession *m_session = nullptr;
     bool m_usedToken = false; // this attempt offered a stored restore token
+    bool m_saidNoLastingGrant = false;
 
     std::deque<Batch> m_queue;
     bool m_inFlight = false;

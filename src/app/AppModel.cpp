@@ -33,6 +33,7 @@ AppModel::AppModel(Services services, QObject *parent)
       m_makeTranscriber(std::move(services.makeTranscriber))
 {
     m_session = std::move(services.session);
+    m_offersKeyboardReading = services.offersKeyboardReading;
     // 1. The session, the model store, the key monitor and the HUD.
     m_dictation = std::make_unique<Dictation>(std::move(services.audio),
                                               services.clock ? services.clock : Clock::system());

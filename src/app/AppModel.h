@@ -64,6 +64,8 @@ public:
         Dictation::TranscriberFactory makeTranscriber;
         // Which session this is and what the key and the text go through, for the settings.
         QString session;
+        // Whether the settings offer to read the keyboards' devices for the dictation key.
+        bool offersKeyboardReading = false;
     };
 
     explicit AppModel(Services services, QObject *parent = nullptr);
@@ -87,6 +89,7 @@ public:
     QString keyMonitorError() const;
     // Which session this is and what the dictation key and the text go through.
     QString sessionSummary() const { return m_session; }
+    bool offersKeyboardReading() const { return m_offersKeyboardReading; }
     // The desktop's description of the key it runs dictation on, where the desktop binds it.
     QString keyTrigger() const;
     // What is wrong with the key the desktop bound; empty while all is well.
@@ -169,6 +172,7 @@ private:
     bool m_recording = false;
     bool m_wasActive = false;
     QString m_session;
+    bool m_offersKeyboardReading = false;
     QString m_keyState; // the key monitor's error and declined prompts, as last reported
 };
 

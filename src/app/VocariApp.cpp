@@ -6,6 +6,8 @@
 #include "hotkey/HotkeyMonitor.h"
 #include "platform/audio/QtAudioEngine.h"
 #include "platform/wayland/SessionKind.h"
+#include "platform/evdev/EvdevKeySource.h"
+#include "settings/Preferences.h"
 #include "platform/wayland/WaylandInput.h"
 #include "platform/x11/X11DesktopServices.h"
 #include "platform/x11/X11KeySource.h"
@@ -41,6 +43,12 @@ AppModel::Services desktopServices(const SessionKind &session)
         services.keys = std::move(input.keys);
         services.desktop = std::move(input.desktop);
         summary = input.summary;
+        // Where the user allows it, the keyboards' devices give the key the desktop cannot bind.
+        services.offersKeyboardReading = true;
+        if (Preferences::readKeyboards()) {
+            services.keys = std::make_unique<EvdevKeySource>();
+            summary += QStringLiteral("; dictation key: read from the keyboards");
+        }
     } else {
         services.keys = std::make_unique<X11KeySource>();
         services.desktop = std::make_unique<X11DesktopServices>();

@@ -61,8 +61,10 @@ QString cannotGrabMessage(const Hotkey &hotkey, const GrabFailure &failure)
     case GrabFailure::Reason::refused:
         break;
     }
-    return QStringLiteral("%1 cannot be used: the X server refused to grab it; choose another "
-                          "dictation key.")
+    // The X server, the desktop's shortcuts or the keyboards' devices: whatever the source,
+    // the key cannot be kept from the window in front.
+    return QStringLiteral("%1 cannot be used here, as it cannot be kept from other programs; "
+                          "choose another dictation key.")
         .arg(label);
 }
 

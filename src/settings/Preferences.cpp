@@ -118,6 +118,11 @@ QString vocabularyText()
     return store().stringValue(key(SettingsKey::vocabulary));
 }
 
+bool readKeyboards()
+{
+    return flag(SettingsKey::readKeyboards, false);
+}
+
 bool liveTyping()
 {
     return flag(SettingsKey::liveTyping, false);

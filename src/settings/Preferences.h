@@ -25,6 +25,7 @@ inline constexpr auto trailingSpace = "trailingSpace";
 inline constexpr auto replacements = "replacements";
 inline constexpr auto vocabulary = "vocabulary";
 inline constexpr auto liveTyping = "liveTyping";
+inline constexpr auto readKeyboards = "keys.readKeyboards";
 inline constexpr auto aiTidy = "aiTidy";
 inline constexpr auto pasteShortcut = "pasteShortcut";
 inline constexpr auto hudPosition = "hud.position";
@@ -66,6 +67,8 @@ bool trailingSpace();
 QString replacements(); // the raw rule text, one rule per line
 QString vocabularyText(); // the raw vocabulary setting, one term per line
 bool liveTyping();
+// Whether the dictation key is read from the keyboards' devices on Wayland; off by default.
+bool readKeyboards();
 bool aiTidy();
 QString pasteShortcut(); // "auto", "ctrlV", "ctrlShiftV" or "shiftInsert"
 HUDPosition hudPosition();

@@ -8,6 +8,9 @@
 #include "ui/SettingBinding.h"
 #include "ui/SoundSettings.h"
 
+#include "settings/SettingsStore.h"
+
+#include <QCheckBox>
 #include <QFormLayout>
 #include <QLabel>
 #include <QPushButton>
@@ -21,6 +24,12 @@ namespace {
 const QString kWithoutInputAccess = QStringLiteral(
     "Meanwhile, a shortcut in your desktop's keyboard settings that runs \u201Cvocari toggle\u201D "
     "starts and stops a dictation, and the text is left on the clipboard.");
+
+const QString kReadKeyboardsNote = QStringLiteral(
+    "For a dictation key the desktop cannot bind, such as Right Alt alone: Vocari then reads "
+    "every key you press, in every program, as members of the \u201Cinput\u201D group may. It "
+    "acts only on the dictation key and Escape and records no keys. Takes effect when Vocari "
+    "starts again.");
 
 } // namespace
 
@@ -50,6 +59,25 @@ PermissionsTab::PermissionsTab(AppModel &model, QWidget *parent) : QWidget(paren
     m_inputAccess->addTrailing(m_askAgain);
     connect(m_askAgain, &QPushButton::clicked, this, [this] { m_model.askForInputAccessAgain(); });
     section->addRow(m_inputAccess);
+
+    // Wayland only: the keyboards' devices, for the key no desktop service binds.
+    m_readKeyboards = new QCheckBox(QStringLiteral("Read the keyboards directly"), section);
+    m_readKeyboards->setObjectName(QStringLiteral("readKeyboards"));
+    m_readKeyboards->setAccessibleDescription(kReadKeyboardsNote);
+    m_readKeyboards->setChecked(Preferences::readKeyboards());
+    connect(m_readKeyboards, &QCheckBox::toggled, this, [](bool on) {
+        SettingsStore::shared().setValue(QLatin1String(SettingsKey::readKeyboards), on);
+    });
+    auto *readKeyboardsNote = new QLabel(kReadKeyboardsNote, section);
+    readKeyboardsNote->setWordWrap(true);
+    FormSection::makeSecondary(readKeyboardsNote);
+    auto *readKeyboards = new QWidget(section);
+    auto *readKeyboardsLayout = new QVBoxLayout(readKeyboards);
+    readKeyboardsLayout->setContentsMargins(0, 0, 0, 0);
+    readKeyboardsLayout->addWidget(m_readKeyboards);
+    readKeyboardsLayout->addWidget(readKeyboardsNote);
+    readKeyboards->setVisible(model.offersKeyboardReading());
+    section->addRow(readKeyboards);
     section->setFooter(kFooter);
     column->addWidget(section);
     column->addStretch();

@@ -6,6 +6,7 @@
 #include <QString>
 #include <QWidget>
 
+class QCheckBox;
 class QPushButton;
 
 namespace vocari {
@@ -45,6 +46,7 @@ private:
     PermissionRow *m_inputAccess = nullptr;
     QPushButton *m_soundSettings = nullptr;
     QPushButton *m_askAgain = nullptr;
+    QCheckBox *m_readKeyboards = nullptr;
 };
 
 } // namespace vocari

@@ -45,6 +45,8 @@ struct ScriptedKeys final : KeyEventSource
     QString errorString() const override { return {}; }
     QString trigger; // what the desktop says it bound the key to
     QString triggerDescription() const override { return trigger; }
+    QString warning; // what is wrong with what the desktop bound
+    QString bindingWarning() const override { return warning; }
 
     void send(KeyEvent::Kind kind, std::uint16_t code,
               KeyEvent::Route route = KeyEvent::Route::observed)
@@ -139,6 +141,9 @@ protected:
         settle();
     }
 
+    // Whether the model is made for a session that may read the keyboards' devices.
+    bool m_offersKeyboardReading = false;
+
     void makeModel()
     {
         AppModel::Services services;
@@ -157,6 +162,7 @@ protected:
         services.clock = m_clock;
         services.models.preload = false;
         services.models.downloads = m_downloads;
+        services.offersKeyboardReading = m_offersKeyboardReading;
         services.makeTranscriber = [this](bool) {
             auto made =
                 m_next ? std::exchange(m_next, nullptr) : std::make_shared<ScriptedTranscriber>();

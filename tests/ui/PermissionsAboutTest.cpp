@@ -4,6 +4,7 @@
 #include "ui/SoundSettings.h"
 #include "ui/TabTestSupport.h"
 
+#include <QCheckBox>
 #include <QDesktopServices>
 #include <QFile>
 #include <QFileInfo>
@@ -92,6 +93,32 @@ TEST_F(PermissionsTabTest, MissingInputAccessIsExplainedWithoutASettingsButton)
     m_model->refreshPermissions();
     EXPECT_EQ(inputAccess()->note(),
               QStringLiteral("The desktop starts a dictation with Ctrl+Alt+D."));
+    // ...and what is wrong with it.
+    m_keys->warning = QStringLiteral("The desktop starts a dictation with Ctrl+Alt+D, not F8.");
+    m_model->refreshPermissions();
+    EXPECT_EQ(inputAccess()->note(),
+              QStringLiteral("The desktop starts a dictation with Ctrl+Alt+D.\nThe desktop starts "
+                             "a dictation with Ctrl+Alt+D, not F8."));
+}
+
+TEST_F(PermissionsTabTest, ReadingTheKeyboardsIsOfferedOnWaylandAndOffUntilChosen)
+{
+    const auto option = [this] { return m_tab->findChild<QCheckBox *>("readKeyboards"); };
+    ASSERT_TRUE(option());
+    EXPECT_FALSE(option()->isVisibleTo(m_tab.get())) << "an X11 session sees every key anyway";
+
+    m_tab.reset();
+    m_offersKeyboardReading = true;
+    makeModel();
+    makeTab();
+    ASSERT_TRUE(option()->isVisibleTo(m_tab.get()));
+    EXPECT_FALSE(option()->isChecked());
+    EXPECT_TRUE(option()->accessibleDescription().contains(QStringLiteral("every key you press")));
+    // Chosen with the keyboard, it is kept for the next start.
+    option()->setFocus();
+    QTest::keyClick(option(), Qt::Key_Space);
+    EXPECT_TRUE(option()->isChecked());
+    EXPECT_TRUE(m_settings.store().value(QStringLiteral("keys.readKeyboards")).toBool());
 }
 
 TEST_F(PermissionsTabTest, TheMicrophoneRowNamesTheDeviceInUseAndFollowsDevices)

@@ -2,7 +2,7 @@
 // display (on Qt's offscreen platform unless QT_QPA_PLATFORM names another), for the README
 // and for looking at a change.
 //
-//   vocari-settings-render OUTPUT_FOLDER
+//   vocari-settings-render [--wayland] OUTPUT_FOLDER
 //
 // One picture per tab: settings-<tab>.png. The window is shown as a fresh user sees it, on an
 // application model whose desktop parts are simple stand-ins defined here (two microphones,
@@ -72,7 +72,7 @@ public:
     void play(Sound) override {}
 };
 
-std::unique_ptr<AppModel> makeModel()
+std::unique_ptr<AppModel> makeModel(bool wayland)
 {
     AppModel::Services services;
     services.audio = std::make_unique<StandInAudio>();
@@ -80,9 +80,13 @@ std::unique_ptr<AppModel> makeModel()
     services.desktop = std::make_unique<StandInDesktop>();
     services.sounds = std::make_unique<Silence>();
     services.models.preload = false;
-    // What the application reports on an ordinary X11 desktop.
+    // What the application reports on an ordinary X11 desktop, or on KDE Plasma's Wayland.
     services.session =
-        QStringLiteral("X11 (XDG_SESSION_TYPE is x11); dictation key and typing: the X server");
+        wayland ? QStringLiteral("Wayland (XDG_SESSION_TYPE is wayland); typing: the desktop's "
+                                 "remote-desktop portal; clipboard: data-control")
+                : QStringLiteral("X11 (XDG_SESSION_TYPE is x11); dictation key and typing: the X "
+                                 "server");
+    services.offersKeyboardReading = wayland;
     return std::make_unique<AppModel>(std::move(services));
 }
 
@@ -108,6 +112,9 @@ int main(int argc, char **argv)
     parser.setApplicationDescription(
         QStringLiteral("Draws each tab of the settings window into a PNG file."));
     parser.addHelpOption();
+    const QCommandLineOption wayland(QStringLiteral("wayland"),
+                                     QStringLiteral("Draws the window of a Wayland session."));
+    parser.addOption(wayland);
     parser.addPositionalArgument(QStringLiteral("folder"),
                                  QStringLiteral("Where the pictures are written."));
     parser.process(app);
@@ -124,7 +131,7 @@ int main(int argc, char **argv)
     SettingsStore::setShared(&settings);
     int failures = 0;
     {
-        const std::unique_ptr<AppModel> model = makeModel();
+        const std::unique_ptr<AppModel> model = makeModel(parser.isSet(wayland));
         SettingsView view(*model);
         view.show();
         QTabWidget *tabs = view.tabs();

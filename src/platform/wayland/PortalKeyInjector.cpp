@@ -62,8 +62,10 @@ bool PortalKeyInjector::send(const std::vector<KeysymEvent> &events, SendFailed 
 
 bool PortalKeyInjector::canType(std::uint32_t keysym) const
 {
-    if (m_layoutHas)
-        return m_layoutHas(keysym);
+    if (m_layoutHas) {
+        if (const std::optional<bool> has = m_layoutHas(keysym))
+            return *has;
+    }
     // Without the desktop's layout at hand, only what every Latin layout has is typed: printable
     // ASCII (some layouts need AltGr, which the desktop adds) and the function keys.
     return (keysym >= 0x20 && keysym <= 0x7e) || (keysym >= 0xff00 && keysym <= 0xffff);

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <deque>
 #include <functional>
+#include <optional>
 
 namespace vocari {
 
@@ -47,9 +48,11 @@ public:
     using KeyInjector::send;
     bool send(const std::vector<KeysymEvent> &events, SendFailed failed) override;
     bool canType(std::uint32_t keysym) const override;
-    // Keysyms the desktop's keyboard layout has keys for; until set, printable ASCII and the
-    // function keys count as typeable. The desktop drops the others without an error.
-    void setLayoutKeysyms(std::function<bool(std::uint32_t)> hasKey) { m_layoutHas = std::move(hasKey); }
+    // Whether the desktop's keyboard layout has a key for a keysym, or none while the layout is
+    // unknown; then printable ASCII and the function keys count as typeable. The desktop drops
+    // the others without an error.
+    using LayoutLookup = std::function<std::optional<bool>(std::uint32_t)>;
+    void setLayoutKeysyms(LayoutLookup hasKey) { m_layoutHas = std::move(hasKey); }
     // A pause between events, for a compositor that needs one; none by default.
     void setPacing(std::chrono::milliseconds pause) { m_pacing = pause; }
     // Whether events are still waiting to go out or for their answer.
@@ -117,7 +120,7 @@ private:
     unsigned m_generation = 0; // answers to calls from before the last abandonQueue() are stale
     std::vector<KeysymEvent> m_down; // presses sent whose release has not been
     std::chrono::milliseconds m_pacing{0};
-    std::function<bool(std::uint32_t)> m_layoutHas;
+    LayoutLookup m_layoutHas;
 };
 
 } // namespace vocari

@@ -1,6 +1,7 @@
 #include "platform/wayland/WaylandInput.h"
 
 #include "platform/wayland/DataControlClipboard.h"
+#include "platform/wayland/DesktopKeymap.h"
 #include "platform/wayland/PortalKeyInjector.h"
 #include "platform/wayland/PortalShortcutSource.h"
 #include "platform/wayland/VirtualKeyboardInjector.h"
@@ -24,8 +25,17 @@ WaylandInput WaylandInput::choose(const QDBusConnection &bus,
     // A compositor's own virtual keyboard needs no grant from the user, so it comes first; the
     // desktop's remote-desktop portal is the way on KDE Plasma and GNOME.
     std::unique_ptr<KeyInjector> injector = VirtualKeyboardInjector::create(connection);
-    if (!injector)
-        injector = std::make_unique<PortalKeyInjector>(bus);
+    if (!injector) {
+        auto portal = std::make_unique<PortalKeyInjector>(bus);
+        // What the portal can type depends on the layout the desktop has in use.
+        std::shared_ptr<DesktopKeymap> keymap = DesktopKeymap::watch(connection);
+        if (keymap)
+            portal->setLayoutKeysyms([keymap](std::uint32_t keysym) -> std::optional<bool> {
+                const DesktopKeymap::Layout &layout = keymap->layout();
+                return layout.known() ? std::optional(layout.has(keysym)) : std::nullopt;
+            });
+        injector = std::move(portal);
+    }
     parts << QStringLiteral("typing: %1").arg(injector->name());
 
     std::unique_ptr<ClipboardAccess> clipboard = DataControlClipboard::create(connection);

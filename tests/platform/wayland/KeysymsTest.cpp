@@ -1,8 +1,10 @@
 #include "platform/wayland/Keysyms.h"
 
+#include "platform/wayland/DesktopKeymap.h"
 #include "platform/wayland/ShortcutTrigger.h"
 
 #include <gtest/gtest.h>
+#include <xkbcommon/xkbcommon.h>
 
 namespace vocari {
 namespace {
@@ -91,6 +93,37 @@ TEST(ShortcutTriggerTest, EveryKeyTheSettingsOfferHasAKeysymName)
     for (const auto &[code, label] : Hotkey::modifierNames())
         EXPECT_FALSE(usKeysymName(code).isEmpty()) << label.toStdString();
 }
+
+// What the desktop's layout types decides what goes by paste: a US layout has no é, a French
+// one has it, and neither has an emoji.
+TEST(DesktopKeymapTest, TheLayoutInUseSaysWhichCharactersCanBeTyped)
+{
+    const auto layoutText = [](const char *layout) {
+        xkb_context *context = xkb_context_new(XKB_CONTEXT_NO_FLAGS);
+        const xkb_rule_names names{"evdev", "pc105", layout, "", ""};
+        xkb_keymap *keymap = xkb_keymap_new_from_names(context, &names, XKB_KEYMAP_COMPILE_NO_FLAGS);
+        char *text = xkb_keymap_get_as_string(keymap, XKB_KEYMAP_FORMAT_TEXT_V1);
+        std::string copy(text);
+        std::free(text);
+        xkb_keymap_unref(keymap);
+        xkb_context_unref(context);
+        return copy;
+    };
+    const std::uint32_t eacute = keysymForCodePoint(U'é');
+    const std::uint32_t wave = keysymForCodePoint(U'👋');
+    DesktopKeymap::Layout us;
+    ASSERT_TRUE(us.take(layoutText("us").c_str()));
+    EXPECT_TRUE(us.has(keysymForCodePoint(U'A')));
+    EXPECT_TRUE(us.has(keysymForCodePoint(U'\n')));
+    EXPECT_FALSE(us.has(eacute));
+    DesktopKeymap::Layout french;
+    ASSERT_TRUE(french.take(layoutText("fr").c_str()));
+    EXPECT_TRUE(french.has(eacute));
+    EXPECT_FALSE(french.has(wave));
+    EXPECT_FALSE(french.take("not a keymap"));
+    EXPECT_TRUE(french.has(eacute)) << "a layout that does not compile changes nothing";
+}
+
 
 } // namespace
 } // namespace vocari

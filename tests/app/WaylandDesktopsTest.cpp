@@ -198,7 +198,6 @@ TEST_F(OnKwin, HeldKeyDictatesInTwoRunsWithNoDesktopWindowAndTheClipboardBack)
 
     // Second run, in a fresh start: toggle mode and live typing, with characters the layout
     // lacks, from an empty clipboard. A held key repeats its activation without ending it.
-    ASSERT_TRUE(field.clear());
     ASSERT_TRUE(setClipboard(desktop, std::nullopt));
     vocari = vocariOn(desktop, {{QStringLiteral("hotkey.v2"), f8Hotkey()},
                                 {QStringLiteral("recordMode"), QStringLiteral("toggle")},
@@ -208,16 +207,23 @@ TEST_F(OnKwin, HeldKeyDictatesInTwoRunsWithNoDesktopWindowAndTheClipboardBack)
     ASSERT_TRUE(vocari->start()) << qPrintable(vocari->log());
     ASSERT_TRUE(vocari->waitForLog(QStringLiteral("the desktop binds dictation to F8")))
         << qPrintable(vocari->log());
-    ASSERT_TRUE(keyboard.key(f8, true));
-    spin(1500ms);
-    ASSERT_TRUE(keyboard.key(f8, false));
-    ASSERT_TRUE(speak());
-    ASSERT_TRUE(keyboard.key(f8, true));
-    ASSERT_TRUE(keyboard.key(f8, false));
-    EXPECT_TRUE(field.waitForText(sentenceWith(kBeyondTheLayout)))
-        << qPrintable(field.text()) << qPrintable(vocari->log());
-    spin(4s); // past the longest wait for the paste's fetch
-    EXPECT_EQ(clipboardText(desktop), std::nullopt) << qPrintable(vocari->log());
+    // Twice in the run: Escape's shortcut session, made anew under its fixed token for each
+    // dictation, must not find the last one in its way.
+    for (int dictation = 0; dictation < 2; ++dictation) {
+        ASSERT_TRUE(field.clear());
+        ASSERT_TRUE(keyboard.key(f8, true));
+        spin(1500ms);
+        ASSERT_TRUE(keyboard.key(f8, false));
+        ASSERT_TRUE(speak());
+        ASSERT_TRUE(keyboard.key(f8, true));
+        ASSERT_TRUE(keyboard.key(f8, false));
+        EXPECT_TRUE(field.waitForText(sentenceWith(kBeyondTheLayout)))
+            << qPrintable(field.text()) << qPrintable(vocari->log());
+        spin(4s); // past the longest wait for the paste's fetch
+        EXPECT_EQ(clipboardText(desktop), std::nullopt) << qPrintable(vocari->log());
+    }
+    EXPECT_FALSE(vocari->log().contains(QStringLiteral("Escape cannot be bound")))
+        << qPrintable(vocari->log());
 
     // The desktop was never asked to open its settings, or anything else.
     EXPECT_EQ(desktop.openedAddresses(), QString());

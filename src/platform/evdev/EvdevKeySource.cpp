@@ -3,6 +3,7 @@
 #include <QDir>
 #include <QFile>
 #include <QLoggingCategory>
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -103,13 +104,21 @@ bool EvdevKeySource::open(Sink sink)
 
 void EvdevKeySource::close()
 {
-    for (const auto &device : m_devices) {
-        device->notifier.reset();
-        ::close(device->fd);
-    }
+    ++m_generation;
+    for (auto &device : m_devices)
+        dispose(std::move(device));
     m_devices.clear();
     m_heldModifiers.clear();
+    m_down.clear();
     m_sink = nullptr;
+}
+
+void EvdevKeySource::dispose(std::unique_ptr<Device> device)
+{
+    // The notifier may be the one whose signal is running: it goes once that has returned.
+    device->notifier->setEnabled(false);
+    device->notifier.release()->deleteLater();
+    ::close(device->fd);
 }
 
 std::vector<GrabFailure> EvdevKeySource::setGrabs(const std::vector<KeyGrab> &grabs)
@@ -123,6 +132,7 @@ std::vector<GrabFailure> EvdevKeySource::setGrabs(const std::vector<KeyGrab> &gr
 void EvdevKeySource::readFrom(Device *device)
 {
     char buffer[64 * sizeof(input_event)];
+    const unsigned generation = m_generation;
     for (;;) {
         const ssize_t got = ::read(device->fd, buffer, sizeof buffer);
         if (got < 0 && errno == EINTR)
@@ -141,39 +151,66 @@ void EvdevKeySource::readFrom(Device *device)
              used += sizeof(input_event)) {
             input_event event;
             std::memcpy(&event, device->pending.constData() + used, sizeof event);
-            if (event.type != EV_KEY || event.value < 0 || event.value > 2)
-                continue;
-            const auto code = std::uint16_t(event.code);
-            const bool pressed = event.value != 0;
-            if (Hotkey::flag(code)) {
-                if (pressed)
-                    m_heldModifiers.insert(code);
-                else
-                    m_heldModifiers.erase(code);
-            }
-            std::uint64_t modifiers = 0;
-            for (std::uint16_t held : m_heldModifiers)
-                modifiers |= Hotkey::flag(held).value_or(0);
-            const KeyEvent key{pressed ? KeyEvent::Kind::press : KeyEvent::Kind::release,
-                               KeyEvent::Route::observed, code, modifiers, event.value == 2};
-            if (m_sink) {
-                // A copy: the sink may close the source while it runs.
-                const Sink sink = m_sink;
-                sink(key);
-                if (m_devices.empty())
+            if (event.type == EV_SYN && event.code == SYN_DROPPED) {
+                resynchronise(device);
+            } else if (event.type == EV_KEY && event.value >= 0 && event.value <= 2) {
+                if (!deliver(std::uint16_t(event.code), event.value))
                     return;
             }
+            if (generation != m_generation)
+                return; // the device went with a close
         }
         device->pending.remove(0, used);
+    }
+}
+
+bool EvdevKeySource::deliver(std::uint16_t code, int value)
+{
+    const bool pressed = value != 0;
+    if (pressed)
+        m_down.insert(code);
+    else
+        m_down.erase(code);
+    if (Hotkey::flag(code)) {
+        if (pressed)
+            m_heldModifiers.insert(code);
+        else
+            m_heldModifiers.erase(code);
+    }
+    std::uint64_t modifiers = 0;
+    for (std::uint16_t held : m_heldModifiers)
+        modifiers |= Hotkey::flag(held).value_or(0);
+    if (!m_sink)
+        return true;
+    const unsigned generation = m_generation;
+    // A copy: the sink may close the source while it runs.
+    const Sink sink = m_sink;
+    sink({pressed ? KeyEvent::Kind::press : KeyEvent::Kind::release, KeyEvent::Route::observed,
+          code, modifiers, value == 2});
+    return generation == m_generation;
+}
+
+void EvdevKeySource::resynchronise(Device *device)
+{
+    unsigned char held[KEY_MAX / 8 + 1] = {};
+    if (::ioctl(device->fd, EVIOCGKEY(sizeof held), held) < 0)
+        return;
+    const unsigned generation = m_generation;
+    for (std::uint16_t code : std::set<std::uint16_t>(m_down)) {
+        if (!hasKey(held, code) && (!deliver(code, 0) || generation != m_generation))
+            return;
     }
 }
 
 void EvdevKeySource::drop(Device *device, const QString &why)
 {
     qCInfo(lcEvdev).noquote() << "keyboard" << device->path << "is gone:" << why;
-    device->notifier.reset();
-    ::close(device->fd);
-    std::erase_if(m_devices, [device](const auto &kept) { return kept.get() == device; });
+    const auto gone = std::find_if(m_devices.begin(), m_devices.end(),
+                                   [device](const auto &kept) { return kept.get() == device; });
+    if (gone == m_devices.end())
+        return;
+    dispose(std::move(*gone));
+    m_devices.erase(gone);
     if (m_devices.empty()) {
         m_error = QStringLiteral("No keyboard is left to read; Vocari looks again shortly.");
         m_sink = nullptr;

@@ -50,11 +50,18 @@ private:
     };
 
     void readFrom(Device *device);
+    // Delivers one key; false when the sink closed or reopened the source meanwhile.
+    bool deliver(std::uint16_t code, int value);
+    // After the kernel dropped events: lets go of the keys the device no longer holds.
+    void resynchronise(Device *device);
     void drop(Device *device, const QString &why);
+    static void dispose(std::unique_ptr<Device> device);
 
     QStringList m_wanted;
     std::vector<std::unique_ptr<Device>> m_devices;
     std::set<std::uint16_t> m_heldModifiers;
+    std::set<std::uint16_t> m_down; // keys pressed and not released, on any keyboard
+    unsigned m_generation = 0;      // counts the closes, so a reader knows its device is gone
     Sink m_sink;
     QString m_error;
 };

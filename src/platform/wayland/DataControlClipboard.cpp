@@ -5,6 +5,8 @@
 #include "platform/wayland/WaylandProtocols.h"
 
 #include <QDeadlineTimer>
+#include <QSocketNotifier>
+#include <QTimer>
 #include <cerrno>
 #include <fcntl.h>
 #include <poll.h>
@@ -184,6 +186,7 @@ void DataControlClipboard::dropOffersExceptCurrent()
 void DataControlClipboard::onDeviceFinished()
 {
     qCWarning(lcWayland, "The compositor withdrew clipboard access.");
+    m_withdrawn = true;
     m_selection = nullptr;
     m_offers.clear();
 }
@@ -206,59 +209,100 @@ void DataControlClipboard::onCancelled(Source *source)
     std::erase_if(m_sources, [source](const auto &kept) { return kept.get() == source; });
 }
 
-std::optional<ClipboardContent> DataControlClipboard::save()
+// The content of the clipboard coming through a pipe from its owner, read as it arrives.
+class DataControlClipboard::Reading final : public QObject
+{
+public:
+    Reading(QObject *parent, int fd, QString type, Saved done)
+        : QObject(parent), m_fd(fd), m_type(std::move(type)), m_done(std::move(done)),
+          m_notifier(fd, QSocketNotifier::Read)
+    {
+        connect(&m_notifier, &QSocketNotifier::activated, this, &Reading::read);
+        m_limit.setSingleShot(true);
+        connect(&m_limit, &QTimer::timeout, this, [this] {
+            qCInfo(lcWayland).noquote()
+                << "The clipboard's owner did not hand over its content in" << kReadLimitMs
+                << "ms; it is not restored after the paste.";
+            finish(std::nullopt);
+        });
+        m_limit.start(kReadLimitMs);
+    }
+    ~Reading() override { ::close(m_fd); }
+
+private:
+    void read()
+    {
+        char chunk[65536];
+        for (;;) {
+            const ssize_t got = ::read(m_fd, chunk, sizeof chunk);
+            if (got < 0 && errno == EINTR)
+                continue;
+            if (got < 0 && errno == EAGAIN)
+                return;
+            if (got <= 0) {
+                finish(got == 0 ? std::optional(ClipboardContent{m_type, m_bytes})
+                                : std::nullopt);
+                return;
+            }
+            m_bytes.append(chunk, got);
+            if (m_bytes.size() > kLargestContent) {
+                qCInfo(lcWayland, "The clipboard holds too much to be kept for after the paste.");
+                finish(std::nullopt);
+                return;
+            }
+        }
+    }
+    void finish(std::optional<ClipboardContent> content)
+    {
+        m_notifier.setEnabled(false);
+        m_limit.stop();
+        const Saved done = std::move(m_done);
+        deleteLater();
+        if (done)
+            done(std::move(content));
+    }
+
+    int m_fd;
+    QString m_type;
+    Saved m_done;
+    QByteArray m_bytes;
+    QSocketNotifier m_notifier;
+    QTimer m_limit;
+};
+
+void DataControlClipboard::save(Saved done)
 {
     // The compositor may have news of the clipboard that the event loop has not handled yet.
-    if (!m_connection.roundtrip())
-        return std::nullopt;
-    if (m_ownSelection)
-        return ClipboardContent{m_ownSelection->types.value(0), m_ownSelection->bytes};
-    if (!m_selection || m_selection->types.isEmpty())
-        return ClipboardContent{};
+    if (!m_connection.roundtrip()) {
+        done(std::nullopt);
+        return;
+    }
+    if (m_ownSelection) {
+        done(ClipboardContent{m_ownSelection->types.value(0), m_ownSelection->bytes});
+        return;
+    }
+    if (!m_selection || m_selection->types.isEmpty()) {
+        done(ClipboardContent{});
+        return;
+    }
     const QString type = m_selection->types.first();
     int pipe[2];
-    if (::pipe2(pipe, O_CLOEXEC | O_NONBLOCK) != 0)
-        return std::nullopt;
+    if (::pipe2(pipe, O_CLOEXEC | O_NONBLOCK) != 0) {
+        done(std::nullopt);
+        return;
+    }
     wl_proxy_marshal_flags(m_selection->proxy, wl::DataControlOffer::receive, nullptr,
                            wl_proxy_get_version(m_selection->proxy), 0,
                            type.toUtf8().constData(), pipe[1]);
     ::close(pipe[1]);
     m_connection.flush();
-
-    QByteArray bytes;
-    const QDeadlineTimer limit(kReadLimitMs);
-    bool complete = false;
-    while (!limit.hasExpired()) {
-        pollfd wait{pipe[0], POLLIN, 0};
-        const int ready = ::poll(&wait, 1, int(limit.remainingTime()));
-        if (ready < 0 && errno == EINTR)
-            continue;
-        if (ready <= 0)
-            break;
-        char chunk[65536];
-        const ssize_t got = ::read(pipe[0], chunk, sizeof chunk);
-        if (got < 0 && (errno == EINTR || errno == EAGAIN))
-            continue;
-        if (got <= 0) {
-            complete = got == 0;
-            break;
-        }
-        bytes.append(chunk, got);
-        if (bytes.size() > kLargestContent)
-            break;
-    }
-    ::close(pipe[0]);
-    if (!complete) {
-        qCInfo(lcWayland).noquote() << "The clipboard's owner did not hand over its content in"
-                                    << kReadLimitMs << "ms; it is not restored after the paste.";
-        return std::nullopt;
-    }
-    return ClipboardContent{type, bytes};
+    new Reading(this, pipe[0], type, std::move(done));
 }
 
 bool DataControlClipboard::own(const QStringList &types, const QByteArray &bytes, bool primary)
 {
-    if (m_connection.isLost())
+    // Set on a device the compositor withdrew, the text would reach nobody.
+    if (m_connection.isLost() || m_withdrawn)
         return false;
     if (primary && wl_proxy_get_version(m_device) < 2)
         return false;
@@ -300,7 +344,7 @@ bool DataControlClipboard::setPrimaryText(const QString &text)
 
 bool DataControlClipboard::restore(const ClipboardContent &content)
 {
-    if (m_connection.isLost())
+    if (m_connection.isLost() || m_withdrawn)
         return false;
     if (content.type.isEmpty()) {
         wl_proxy_marshal_flags(m_device, wl::DataControlDevice::setSelection, nullptr,

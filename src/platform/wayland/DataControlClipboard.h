@@ -4,6 +4,7 @@
 #include <QObject>
 #include <QString>
 #include <QStringList>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -28,8 +29,12 @@ class ClipboardAccess
 {
 public:
     virtual ~ClipboardAccess() = default;
-    // What is on the clipboard now; none when it cannot be read.
-    virtual std::optional<ClipboardContent> save() = 0;
+    // Reads what is on the clipboard now and hands it to `done`: at once, before returning,
+    // when it is known without asking its owner (an empty clipboard, this program's own text),
+    // otherwise from the event loop once the owner has handed it over. None when it cannot be
+    // read in time.
+    using Saved = std::function<void(std::optional<ClipboardContent>)>;
+    virtual void save(Saved done) = 0;
     virtual bool setText(const QString &text) = 0;
     // The primary selection, which xterm and urxvt paste on Shift+Insert.
     virtual bool setPrimaryText(const QString &text) = 0;
@@ -56,18 +61,20 @@ public:
     create(std::shared_ptr<WaylandConnection> connection);
     ~DataControlClipboard() override;
 
-    std::optional<ClipboardContent> save() override;
+    void save(Saved done) override;
     bool setText(const QString &text) override;
     bool setPrimaryText(const QString &text) override;
     bool restore(const ClipboardContent &content) override;
     int fetches() const override { return m_fetches; }
 
-    // Longest wait for the owner of the clipboard to hand over its content.
+    // Longest wait for the owner of the clipboard to hand over its content, and for a reader to
+    // take this program's.
     static constexpr int kReadLimitMs = 500;
 
     // The protocol's events.
     struct Offer;
     struct Source;
+    class Reading;
     void onDataOffer(wl_proxy *offer);
     void onSelection(wl_proxy *offer, bool primary);
     void onDeviceFinished();
@@ -90,6 +97,7 @@ private:
     Source *m_ownSelection = nullptr; // ours while no other program took the clipboard
     std::vector<std::unique_ptr<Source>> m_sources;
     int m_fetches = 0;
+    bool m_withdrawn = false; // the compositor ended the device
 };
 
 } // namespace vocari

@@ -96,19 +96,29 @@ bool DesktopKeymap::Layout::take(const char *text)
         xkb_context_unref(context);
         return false;
     }
+    // The portal types in whichever of the layouts is active: only what all of them have
+    // counts. A key with fewer layouts than the keymap repeats its own, as xkb does.
     std::set<std::uint32_t> keysyms;
-    for (xkb_keycode_t code = xkb_keymap_min_keycode(keymap);
-         code <= xkb_keymap_max_keycode(keymap); ++code) {
-        for (xkb_layout_index_t layout = 0; layout < xkb_keymap_num_layouts_for_key(keymap, code);
-             ++layout) {
+    for (xkb_layout_index_t layout = 0; layout < xkb_keymap_num_layouts(keymap); ++layout) {
+        std::set<std::uint32_t> inLayout;
+        for (xkb_keycode_t code = xkb_keymap_min_keycode(keymap);
+             code <= xkb_keymap_max_keycode(keymap); ++code) {
+            const xkb_layout_index_t layouts = xkb_keymap_num_layouts_for_key(keymap, code);
+            if (layouts == 0)
+                continue;
+            const xkb_layout_index_t own = layout % layouts;
             for (xkb_level_index_t level = 0;
-                 level < xkb_keymap_num_levels_for_key(keymap, code, layout); ++level) {
+                 level < xkb_keymap_num_levels_for_key(keymap, code, own); ++level) {
                 const xkb_keysym_t *syms = nullptr;
                 const int count =
-                    xkb_keymap_key_get_syms_by_level(keymap, code, layout, level, &syms);
-                keysyms.insert(syms, syms + count);
+                    xkb_keymap_key_get_syms_by_level(keymap, code, own, level, &syms);
+                inLayout.insert(syms, syms + count);
             }
         }
+        if (layout == 0)
+            keysyms = std::move(inLayout);
+        else
+            std::erase_if(keysyms, [&](std::uint32_t keysym) { return !inLayout.contains(keysym); });
     }
     xkb_keymap_unref(keymap);
     xkb_context_unref(context);

@@ -31,7 +31,8 @@ PortalKeyInjector::PortalKeyInjector(const QDBusConnection &bus, SettingsStore *
 
 PortalKeyInjector::~PortalKeyInjector()
 {
-    abandonQueue(tr("the program is ending"));
+    // Keys still down go up; nobody is told, as the senders go too.
+    abandonQueue(tr("the program is ending"), false);
     if (m_request)
         m_request->abandon();
 }
@@ -96,8 +97,9 @@ void PortalKeyInjector::sendNext()
                 call->deleteLater();
                 if (generation == m_generation) {
                     onSent(event, call->reply());
-                } else if (event.pressed && m_session && !call->isError()) {
-                    // A press that was on its way when the queue was dropped went through.
+                } else if (event.pressed && m_session) {
+                    // A press that was on its way when the queue was dropped may have gone
+                    // through; letting go of a key that is up does nothing.
                     KeysymEvent release = event;
                     release.pressed = false;
                     m_bus.send(callFor(release));
@@ -109,6 +111,9 @@ void PortalKeyInjector::onSent(const KeysymEvent &event, const QDBusMessage &rep
 {
     m_inFlight = false;
     if (reply.type() != QDBusMessage::ReplyMessage) {
+        // A press whose answer never came may still have gone down: it is let go with the rest.
+        if (event.pressed)
+            m_down.push_back(event);
         abandonQueue(reply.errorMessage());
         return;
     }
@@ -128,7 +133,7 @@ void PortalKeyInjector::onSent(const KeysymEvent &event, const QDBusMessage &rep
         sendNext();
 }
 
-void PortalKeyInjector::abandonQueue(const QString &why)
+void PortalKeyInjector::abandonQueue(const QString &why, bool tellSenders)
 {
     if (m_queue.empty() && m_down.empty() && !m_inFlight)
         return;
@@ -151,8 +156,9 @@ void PortalKeyInjector::abandonQueue(const QString &why)
     m_down.clear();
     m_inFlight = false;
     ++m_generation;
-    for (const SendFailed &failed : told)
-        failed();
+    if (tellSenders)
+        for (const SendFailed &failed : told)
+            failed();
 }
 
 void PortalKeyInjector::askAgain()

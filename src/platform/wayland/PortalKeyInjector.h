@@ -93,7 +93,7 @@ private:
     void onSent(const KeysymEvent &event, const QDBusMessage &reply);
     QDBusMessage callFor(const KeysymEvent &event) const;
     // Drops what is queued, lets go of every key still down and tells the senders.
-    void abandonQueue(const QString &why);
+    void abandonQueue(const QString &why, bool tellSenders = true);
 
     struct Batch
     {

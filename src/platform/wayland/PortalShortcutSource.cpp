@@ -370,8 +370,12 @@ void PortalShortcutSource::bindCancel()
 
 void PortalShortcutSource::onCancelEnded(bool refused, const QString &error)
 {
-    m_cancelProblem = refused ? tr("it was declined on the desktop's prompt") : error;
-    qCWarning(lcWayland).noquote() << "Escape cannot be bound as a shortcut:" << m_cancelProblem;
+    // A refusal stands until the user asks again; a failure is tried again at the next
+    // dictation.
+    const QString problem = refused ? tr("it was declined on the desktop's prompt") : error;
+    if (refused)
+        m_cancelProblem = problem;
+    qCWarning(lcWayland).noquote() << "Escape cannot be bound as a shortcut:" << problem;
     dropCancel();
 }
 

@@ -5,6 +5,7 @@
 
 #include <QDBusMetaType>
 #include <QDBusObjectPath>
+#include <QTimer>
 
 #include <algorithm>
 
@@ -50,8 +51,14 @@ ShortcutSession::ShortcutSession(const QDBusConnection &bus, const QString &toke
     registerPortalShortcutTypes();
     follow(true);
     // Portals that leave the handle out of their answer use the one the token makes.
-    const QString predicted = QStringLiteral("%1/session/%2/%3")
-                                  .arg(QLatin1String(Portal::path), Portal::senderPart(bus), token);
+    m_predictedHandle = QStringLiteral("%1/session/%2/%3")
+                            .arg(QLatin1String(Portal::path), Portal::senderPart(bus), token);
+    create(token);
+}
+
+void ShortcutSession::create(const QString &token)
+{
+    ++m_attempts;
     // Some desktops bind only the shortcuts given here, and name the program's entry in their
     // shortcut settings after the token; others bind only through BindShortcuts.
     m_request = PortalRequest::start(
@@ -59,7 +66,18 @@ ShortcutSession::ShortcutSession(const QDBusConnection &bus, const QString &toke
         {{QStringLiteral("session_handle_token"), token},
          {QStringLiteral("shortcuts"), QVariant::fromValue(m_shortcuts)}},
         this,
-        [this, predicted](const PortalResponse &response) { onCreated(response, predicted); },
+        [this, token](const PortalResponse &response) {
+            // The session this token named last may still be closing on the desktop's side,
+            // which refuses a second one under the same token meanwhile: one more try.
+            if (response.status == PortalResponse::Status::failed && m_attempts < 2) {
+                QTimer::singleShot(kRetryMs, this, [this, token] {
+                    if (m_state == State::binding)
+                        create(token);
+                });
+                return;
+            }
+            onCreated(response, m_predictedHandle);
+        },
         m_timeout);
 }
 
@@ -154,8 +172,16 @@ void ShortcutSession::close()
     m_state = State::ended;
     if (m_request)
         m_request->abandon();
-    if (m_session)
+    if (m_session) {
         m_session->close();
+    } else if (m_attempts > 0) {
+        // The desktop may have made the session already, its answer still on the way: it must
+        // not outlive this object and hold the token.
+        m_bus.send(QDBusMessage::createMethodCall(QLatin1String(Portal::service),
+                                                  m_predictedHandle,
+                                                  QLatin1String(Portal::sessionInterface),
+                                                  QStringLiteral("Close")));
+    }
     follow(false);
 }
 

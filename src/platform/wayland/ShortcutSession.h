@@ -90,6 +90,7 @@ private slots:
     void onShortcutsChanged(const QDBusMessage &message);
 
 private:
+    void create(const QString &token);
     void onCreated(const PortalResponse &response, const QString &predictedHandle);
     void onListed(const PortalResponse &response);
     void bind();
@@ -102,6 +103,9 @@ private:
     QDBusConnection m_bus;
     QList<PortalShortcut> m_shortcuts;
     Binding m_binding;
+    QString m_predictedHandle; // the session's path as its token makes it
+    int m_attempts = 0;
+    static constexpr int kRetryMs = 300;
     QSet<QString> m_active; // shortcuts activated and not yet deactivated
     std::chrono::milliseconds m_timeout;
     State m_state = State::binding;

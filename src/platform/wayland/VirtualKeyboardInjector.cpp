@@ -185,6 +185,9 @@ bool VirtualKeyboardInjector::uploadLayout()
         m_error = tr("No keyboard layout could be made for the virtual keyboard.");
         return false;
     }
+    // Keys still down belong to the old layout: they go up under it, not forgotten.
+    for (std::uint32_t keycode : std::set<std::uint32_t>(m_down))
+        sendKey(keycode, false);
     const int fd = ::memfd_create("vocari-keymap", MFD_CLOEXEC);
     const auto size = std::size_t(text.size()) + 1; // with its terminating zero
     if (fd < 0 || ::write(fd, text.constData(), size) != ssize_t(size)) {

@@ -4,6 +4,7 @@
 
 #include <QFile>
 #include <algorithm>
+#include <poll.h>
 #include <wayland-client.h>
 
 namespace vocari {
@@ -107,8 +108,16 @@ void WaylandConnection::dispatch()
 {
     if (m_lost)
         return;
-    // The socket has data, so reading it does not block.
-    if (wl_display_dispatch(m_display) < 0) {
+    // A round trip since the notifier fired may have read the socket empty: read only what is
+    // there now, never waiting for more.
+    while (wl_display_prepare_read(m_display) != 0)
+        wl_display_dispatch_pending(m_display);
+    pollfd ready{wl_display_get_fd(m_display), POLLIN, 0};
+    const bool readable = ::poll(&ready, 1, 0) > 0;
+    const int read = readable ? wl_display_read_events(m_display) : 0;
+    if (!readable)
+        wl_display_cancel_read(m_display);
+    if (read < 0 || wl_display_dispatch_pending(m_display) < 0) {
         m_lost = true;
         m_notifier->setEnabled(false);
         qCWarning(lcWayland, "The Wayland compositor closed this program's connection.");

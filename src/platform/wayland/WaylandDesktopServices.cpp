@@ -21,7 +21,8 @@ WaylandDesktopServices::WaylandDesktopServices(std::unique_ptr<KeyInjector> keys
     QObject::connect(&m_restore, &QTimer::timeout, [this] {
         // The user's content comes back only once a program has fetched the dictation: before
         // that, a slow window would paste the old content. A paste nobody fetched failed, and
-        // the dictation stays on the clipboard for the user to paste.
+        // the dictation stays on the clipboard for the user to paste. A clipboard manager that
+        // copies every change counts as a fetch too, so with one running this is the delay.
         if (m_clipboard && m_clipboard->fetches() == 0) {
             if (m_restoreWaitedMs < kLongestFetchWaitMs) {
                 m_restoreWaitedMs += kRestoreStepMs;
@@ -36,7 +37,11 @@ WaylandDesktopServices::WaylandDesktopServices(std::unique_ptr<KeyInjector> keys
     });
 }
 
-WaylandDesktopServices::~WaylandDesktopServices() = default;
+WaylandDesktopServices::~WaylandDesktopServices()
+{
+    // The keys first: what they still have to send refers to the clipboard and the timer.
+    m_keys.reset();
+}
 
 InputAccessState WaylandDesktopServices::inputAccess()
 {
@@ -72,19 +77,53 @@ bool WaylandDesktopServices::paste(const QString &text)
 bool WaylandDesktopServices::pasteThroughClipboard(const QString &text)
 {
     m_erasable = 0;
+    if (!m_keys->ready()) {
+        // No key can reach the window: the text waits on the clipboard for the user.
+        qCWarning(lcWayland).noquote() << "The text is on the clipboard, as keys cannot be sent:"
+                                       << m_keys->errorString();
+        copyToClipboard(text);
+        return false;
+    }
+    m_pastes.push_back(text);
+    if (m_saving)
+        return true;
     // Within the restore delay of an earlier paste the clipboard holds that dictation; what
     // the user had before it is the content to come back.
-    if (!m_restore.isActive())
-        m_saved = m_clipboard->save();
-    m_restore.stop();
+    if (m_restore.isActive()) {
+        m_restore.stop();
+        pasteWaiting();
+        return true;
+    }
+    m_saving = true;
+    m_clipboard->save([this](std::optional<ClipboardContent> saved) {
+        m_saving = false;
+        m_saved = std::move(saved);
+        pasteWaiting();
+    });
+    return true;
+}
+
+void WaylandDesktopServices::pasteWaiting()
+{
+    // What came while the user's clipboard was read goes as one paste, in the order it came:
+    // two pastes in a row would both fetch the second text.
+    QString text;
+    for (const QString &part : m_pastes)
+        text += part;
+    m_pastes.clear();
+    if (!text.isEmpty())
+        pasteNow(text);
+}
+
+void WaylandDesktopServices::pasteNow(const QString &text)
+{
     if (!m_clipboard->setText(text)) {
         // The text cannot reach the clipboard: typing it loses nothing.
         m_saved.reset();
         std::vector<KeysymEvent> events = typingKeysyms(TextInserter::unifiedLineBreaks(text));
-        const bool typed = m_keys->send(events, [this, text] { leaveOnClipboard(text); });
-        if (!typed)
+        if (!m_keys->send(events, [this, text] { leaveOnClipboard(text); }))
             leaveOnClipboard(text);
-        return typed;
+        return;
     }
     // Which program is in front cannot be known, so no terminal's own shortcut is chosen
     // unless the settings name one. xterm and urxvt paste the primary selection.
@@ -107,13 +146,12 @@ bool WaylandDesktopServices::pasteThroughClipboard(const QString &text)
                                           "the clipboard:"
                                        << m_keys->errorString();
         m_saved.reset();
-        return false;
+        return;
     }
     if (restore) {
         m_restoreWaitedMs = 0;
         m_restore.start(kRestoreDelayMs);
     }
-    return true;
 }
 
 std::optional<qsizetype> WaylandDesktopServices::typeText(const QString &text)
@@ -151,6 +189,12 @@ std::optional<qsizetype> WaylandDesktopServices::typeText(const QString &text)
 
 qsizetype WaylandDesktopServices::type(const QString &text)
 {
+    if (m_saving) {
+        // A paste waits for the user's clipboard: this text goes with it, after it.
+        m_pastes.push_back(text);
+        m_erasable = 0;
+        return 0;
+    }
     const std::optional<qsizetype> typed = typeText(text);
     if (!typed) {
         m_erasable = 0;

@@ -6,6 +6,7 @@
 
 #include <QPointer>
 #include <QTimer>
+#include <deque>
 #include <memory>
 #include <optional>
 
@@ -53,7 +54,11 @@ public:
     static constexpr int kRestoreStepMs = 100;
 
 private:
+    // Pastes once the user's clipboard is saved; false when no key can be sent, and the text
+    // is left on the clipboard.
     bool pasteThroughClipboard(const QString &text);
+    void pasteWaiting();
+    void pasteNow(const QString &text);
     // Types the text; how many BackSpaces erase it, or none when the keys could not be sent.
     std::optional<qsizetype> typeText(const QString &text);
     void leaveOnClipboard(const QString &text);
@@ -64,6 +69,8 @@ private:
     QTimer m_restore;
     std::optional<ClipboardContent> m_saved; // what comes back when the restore runs
     int m_restoreWaitedMs = 0;
+    bool m_saving = false;         // the user's clipboard is being read
+    std::deque<QString> m_pastes;  // texts waiting for that to be pasted
     qsizetype m_erasable = 0; // BackSpaces that take back what was typed since anything else
     bool m_saidTyping = false;
 };

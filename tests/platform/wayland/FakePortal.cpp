@@ -5,6 +5,7 @@
 #include <QDBusVariant>
 #include <QDBusVirtualObject>
 #include <QMutex>
+#include <QSet>
 #include <QTimer>
 #include <atomic>
 #include <map>
@@ -43,7 +44,8 @@ public:
     mutable QMutex lock;
     QList<FakePortal::Call> calls;
     std::vector<std::pair<QString, QString>> sessions; // path, interface
-    QStringList closedSessions;
+    QStringList closedSessions; // every Close, in order
+    QSet<QString> openSessions;
     std::vector<KeysymEvent> keysyms;
     std::map<QString, uint> responses;
     std::map<QString, uint> bindResponses;
@@ -51,6 +53,11 @@ public:
     std::map<QString, QList<PortalShortcut>> boundByToken;
     std::map<QString, QString> tokenOfSession;
     QStringList silent;
+    int keyReplyDelayMs = 0;
+    int keysInFlight = 0;
+    int mostKeysInFlight = 0;
+    int keyFailuresAfter = -1; // keys refused from this many on; -1: none
+    std::vector<KeysymEvent> refusedKeys;
     bool movedHandles = false;
 
 private:
@@ -73,6 +80,7 @@ bool FakePortalObject::handleMessage(const QDBusMessage &message, const QDBusCon
     if (interface == sessionInterface && message.member() == QLatin1String("Close")) {
         QMutexLocker locker(&lock);
         closedSessions << message.path();
+        openSessions.remove(message.path());
         connection.send(message.createReply());
         return true;
     }
@@ -110,8 +118,27 @@ bool FakePortalObject::handleMessage(const QDBusMessage &message, const QDBusCon
         const QVariantList args = message.arguments();
         const auto value = std::uint32_t(args.value(2).toInt());
         QMutexLocker locker(&lock);
+        if (keyFailuresAfter >= 0 && int(keysyms.size()) >= keyFailuresAfter) {
+            refusedKeys.push_back({byCode ? 0 : value, args.value(3).toUInt() == 1,
+                                   byCode ? value : 0});
+            connection.send(message.createErrorReply(QStringLiteral("org.freedesktop.DBus.Error.Failed"),
+                                                     QStringLiteral("The session is not ready")));
+            return true;
+        }
         keysyms.push_back({byCode ? 0 : value, args.value(3).toUInt() == 1, byCode ? value : 0});
-        connection.send(message.createReply());
+        // Answered a little later, as a desktop that takes each key in turn does; a client
+        // that does not wait has several keys on their way at once.
+        ++keysInFlight;
+        mostKeysInFlight = std::max(mostKeysInFlight, keysInFlight);
+        const QDBusMessage reply = message.createReply();
+        const QString name = m_connectionName;
+        QTimer::singleShot(keyReplyDelayMs, this, [this, name, reply] {
+            {
+                QMutexLocker later(&lock);
+                --keysInFlight;
+            }
+            QDBusConnection(name).send(reply);
+        });
         return true;
     }
     if (interface == shortcutsInterface || interface == remoteInterface)
@@ -218,7 +245,11 @@ std::pair<uint, QVariantMap> FakePortalObject::outcome(const FakePortal::Call &c
         const QString token = call.options.value(QStringLiteral("session_handle_token")).toString();
         const QString session =
             QStringLiteral("%1/session/%2/%3").arg(desktopPath, sender, token);
+        // A token names one open session at a time, as the real portal has it.
+        if (openSessions.contains(session) && code == 0)
+            code = 2;
         if (code == 0) {
+            openSessions.insert(session);
             sessions.emplace_back(session, call.interface);
             tokenOfSession[session] = token;
             if (m_options.bindsAtCreate && call.interface == shortcutsInterface) {
@@ -324,6 +355,30 @@ void FakePortal::setBindResponse(const QString &shortcutId, uint response)
     m_object->bindResponses[shortcutId] = response;
 }
 
+void FakePortal::setKeyReplyDelay(int milliseconds)
+{
+    QMutexLocker locker(&m_object->lock);
+    m_object->keyReplyDelayMs = milliseconds;
+}
+
+void FakePortal::refuseKeysAfter(int count)
+{
+    QMutexLocker locker(&m_object->lock);
+    m_object->keyFailuresAfter = count;
+}
+
+int FakePortal::mostKeysInFlight() const
+{
+    QMutexLocker locker(&m_object->lock);
+    return m_object->mostKeysInFlight;
+}
+
+std::vector<KeysymEvent> FakePortal::refusedKeys() const
+{
+    QMutexLocker locker(&m_object->lock);
+    return m_object->refusedKeys;
+}
+
 void FakePortal::setSilent(const QString &method)
 {
     QMutexLocker locker(&m_object->lock);
@@ -361,6 +416,10 @@ void FakePortal::emitShortcutsChanged(const QString &session, const QString &sho
 
 void FakePortal::closeSession(const QString &session)
 {
+    {
+        QMutexLocker locker(&m_object->lock);
+        m_object->openSessions.remove(session);
+    }
     emitSignal(session, sessionInterface, QStringLiteral("Closed"), {QVariantMap()});
 }
 

@@ -69,6 +69,13 @@ public:
     void setResponse(const QString &method, uint response);
     // The response code for a BindShortcuts call that binds a shortcut of this id.
     void setBindResponse(const QString &shortcutId, uint response);
+    // Key calls are answered this long after they arrive.
+    void setKeyReplyDelay(int milliseconds);
+    // Key calls fail once this many keys have been taken.
+    void refuseKeysAfter(int count);
+    // The most key calls that were ever on their way at once, unanswered.
+    int mostKeysInFlight() const;
+    std::vector<KeysymEvent> refusedKeys() const;
     // Later calls of the method get their request path and then no answer at all.
     void setSilent(const QString &method);
     // Requests answer at a path other than the one the handle_token makes, a little later.

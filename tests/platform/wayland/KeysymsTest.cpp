@@ -122,6 +122,12 @@ TEST(DesktopKeymapTest, TheLayoutInUseSaysWhichCharactersCanBeTyped)
     EXPECT_FALSE(french.has(wave));
     EXPECT_FALSE(french.take("not a keymap"));
     EXPECT_TRUE(french.has(eacute)) << "a layout that does not compile changes nothing";
+    // With two layouts, either may be the one in use: only what both have is typed.
+    DesktopKeymap::Layout both;
+    ASSERT_TRUE(both.take(layoutText("us,ru").c_str()));
+    EXPECT_TRUE(both.has(keysymForCodePoint(U'1')));
+    EXPECT_FALSE(both.has(keysymForCodePoint(U'q')));
+    EXPECT_FALSE(both.has(keysymForCodePoint(U'я')));
 }
 
 

@@ -270,6 +270,38 @@ TEST_F(PortalTest, DictationShortcutIsBoundWithTheKeyAsPreferredTrigger)
     EXPECT_TRUE(waitUntil([&] { return fake().closedSessions().contains(last); }));
 }
 
+TEST_F(PortalTest, AFixedTokenIsFreeAgainForTheNextSession)
+{
+    // A session abandoned while the desktop is still creating it is closed all the same, so
+    // that the token it holds is free for the next one.
+    fake().setSilent(QStringLiteral("CreateSession"));
+    {
+        PortalShortcutSource source(bus());
+        source.watchHotkey(ctrlAltSpace);
+        ASSERT_TRUE(source.open(ignoreKeys()));
+        calls(QStringLiteral("CreateSession"), 1);
+        source.close();
+        spin(settle);
+    }
+    const QString predicted = QStringLiteral("/org/freedesktop/portal/desktop/session/%1/vocari")
+                                  .arg(QString(bus().baseService()).remove(0, 1).replace(u'.', u'_'));
+    EXPECT_TRUE(waitUntil([&] { return fake().closedSessions().contains(predicted); }))
+        << fake().closedSessions().join(u' ').toStdString();
+
+    // A new key at once: the old session under the same token is closed before the new one
+    // is asked for.
+    restartPortal({});
+    PortalShortcutSource source(bus());
+    source.watchHotkey(ctrlAltSpace);
+    ASSERT_TRUE(source.open(ignoreKeys()));
+    ASSERT_TRUE(waitUntil([&] { return !source.triggerDescription().isEmpty(); }));
+    source.close();
+    source.watchHotkey(Hotkey{66, 0, false}); // F8
+    ASSERT_TRUE(source.open(ignoreKeys()));
+    EXPECT_TRUE(waitUntil([&] { return source.triggerDescription() == "F8"; }))
+        << qPrintable(source.errorString());
+}
+
 TEST_F(PortalTest, ADesktopThatBindsAtCreationIsNeverAskedToBind)
 {
     // KDE Plasma binds what CreateSession gives and opens its settings on every BindShortcuts.
@@ -514,8 +546,11 @@ TEST_F(PortalTest, KeyboardGrantIsRememberedThroughTheRestoreToken)
     EXPECT_EQ(fake().calls(QStringLiteral("CreateSession")).size(), 3);
 }
 
-TEST_F(PortalTest, KeysArriveInOrder)
+TEST_F(PortalTest, KeysGoOneAtATimeInOrder)
 {
+    // Each key waits for the desktop's answer to the one before: a compositor that gets them
+    // all at once takes them out of order and leaves keys down.
+    fake().setKeyReplyDelay(3);
     test::ScopedSettings settings;
     PortalKeyInjector injector(bus());
     injector.ready();
@@ -536,6 +571,30 @@ TEST_F(PortalTest, KeysArriveInOrder)
         expected.push_back({0, key.pressed, key.keycode});
     ASSERT_TRUE(waitUntil([&] { return fake().keysyms().size() == expected.size(); }));
     EXPECT_EQ(fake().keysyms(), expected);
+    EXPECT_EQ(fake().mostKeysInFlight(), 1);
+}
+
+TEST_F(PortalTest, AKeyTheDesktopRefusesStopsTheTypingWithNoKeyLeftDown)
+{
+    test::ScopedSettings settings;
+    PortalKeyInjector injector(bus());
+    ASSERT_TRUE(waitUntil([&] { return injector.ready(); }));
+    // Control and V went down; the desktop refuses V's release.
+    fake().refuseKeysAfter(2);
+    int told = 0;
+    ASSERT_TRUE(injector.send(pasteKeysyms(TextInserter::PasteKeys::ctrlV), [&] { ++told; }));
+    ASSERT_TRUE(injector.send(typingKeysyms(QStringLiteral("after")), [&] { ++told; }));
+    ASSERT_TRUE(waitUntil([&] { return told == 2; })) << "both senders learn of it";
+    EXPECT_FALSE(injector.sending());
+    // Both keys that went down were let go, the last first, by their input codes; nothing of
+    // the later text was sent.
+    ASSERT_TRUE(waitUntil([&] { return fake().refusedKeys().size() == 3; }));
+    const std::vector<KeysymEvent> refused = fake().refusedKeys();
+    EXPECT_FALSE(refused[0].pressed);
+    EXPECT_EQ(refused[1], (KeysymEvent{0, false, refused[1].keycode}));
+    EXPECT_EQ(refused[2], (KeysymEvent{0, false, refused[2].keycode}));
+    EXPECT_NE(refused[1].keycode, refused[2].keycode);
+    EXPECT_EQ(fake().keysyms().size(), 2u);
 }
 
 TEST_F(PortalTest, DeclinedKeyboardIsNotAskedForAgainUntilRetried)

@@ -65,10 +65,15 @@ struct ScriptedClipboard final : ClipboardAccess
     int saves = 0;
     int fetched = 0; // how often a window fetched the text set last
 
-    std::optional<ClipboardContent> save() override
+    bool slowOwner = false; // the clipboard's owner takes its time to hand the content over
+    std::function<void()> handOver; // the slow owner hands the content over
+    void save(Saved done) override
     {
         ++saves;
-        return readable ? std::optional(content) : std::nullopt;
+        if (slowOwner)
+            handOver = [this, done] { done(content); };
+        else
+            done(readable ? std::optional(content) : std::nullopt);
     }
     bool setPrimaryText(const QString &text) override
     {
@@ -187,6 +192,28 @@ TEST_F(WaylandDesktop, NoPathLosesTheText)
     m_keys->isReady = false;
     EXPECT_FALSE(m_desktop->paste(QStringLiteral("typed or kept")));
     EXPECT_EQ(m_fallbackCopies, QStringList{QStringLiteral("typed or kept")});
+}
+
+TEST_F(WaylandDesktop, PastesWaitForASlowClipboardOwnerAndKeepTheirOrder)
+{
+    // The user's content is read without stopping the program: what ends or is typed meanwhile
+    // waits, and goes as one paste in the order it came (two pastes in a row would both fetch
+    // the second text); the user's content is what comes back after it.
+    make(true);
+    const ClipboardContent users = m_clipboard->content;
+    m_clipboard->slowOwner = true;
+    EXPECT_TRUE(m_desktop->paste(QStringLiteral("first ")));
+    EXPECT_EQ(m_desktop->type(QStringLiteral("typed ")), 0);
+    EXPECT_TRUE(m_desktop->paste(QStringLiteral("second")));
+    EXPECT_TRUE(m_keys->sent.empty());
+    EXPECT_EQ(m_clipboard->content, users);
+    m_clipboard->handOver();
+    EXPECT_EQ(m_keys->sent, pasteKeysyms(TextInserter::PasteKeys::ctrlV));
+    EXPECT_EQ(m_clipboard->content.bytes, QByteArray("first typed second"));
+    EXPECT_EQ(m_clipboard->saves, 1);
+    m_clipboard->fetched = 1;
+    ASSERT_TRUE(waitUntil([&] { return !m_desktop->restorePending(); }, 2s));
+    EXPECT_EQ(m_clipboard->content, users);
 }
 
 TEST_F(WaylandDesktop, CharactersTheLayoutLacksArePastedNotDropped)

@@ -158,8 +158,8 @@ void AppModel::refreshPermissions()
 
     // The key can fail, or be declined on a desktop prompt, after its monitor started: the
     // settings show that as part of input access.
-    const QString keyState = keyMonitorError() + u'\n' + m_monitor->triggerDescription() +
-                             u'\n' + m_monitor->bindingWarning() +
+    const QString keyState = keyMonitorError() + u'\n' + m_monitor->triggerDescription() + u'\n' +
+                             m_monitor->bindingWarning() +
                              (inputAccessDeclined() ? QStringLiteral("\ndeclined") : QString());
     if (keyState != m_keyState) {
         m_keyState = keyState;

@@ -6,7 +6,6 @@
 #include <QJsonValue>
 #include <QLocale>
 #include <QString>
-
 #include <vector>
 
 namespace vocari {
@@ -59,12 +58,12 @@ void setHotkey(const Hotkey &hotkey);
 RecordMode recordMode();
 QString language(); // defaults to defaultLanguage()
 bool sounds();
-QString inputDevice();  // empty: the system's default input
-qint64 maxSeconds();    // below 1: no limit
+QString inputDevice(); // empty: the system's default input
+qint64 maxSeconds();   // below 1: no limit
 bool keepOnClipboard();
 bool autoCapitalize();
 bool trailingSpace();
-QString replacements(); // the raw rule text, one rule per line
+QString replacements();   // the raw rule text, one rule per line
 QString vocabularyText(); // the raw vocabulary setting, one term per line
 bool liveTyping();
 // Whether the dictation key is read from the keyboards' devices on Wayland; off by default.
@@ -78,7 +77,7 @@ HUDDisplay hudDisplay();
 bool hudShowText();
 bool hudShowEsc();
 HUDTextMode hudTextMode();
-QString engine(); // the selected engine id, "system" by default
+QString engine();           // the selected engine id, "system" by default
 QJsonValue customEngines(); // undefined when none were added
 
 // The recognition language for a locale: the first language whose id begins with the

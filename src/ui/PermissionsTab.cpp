@@ -3,12 +3,11 @@
 #include "app/AppModel.h"
 #include "dictation/AudioEngine.h"
 #include "settings/Preferences.h"
+#include "settings/SettingsStore.h"
 #include "ui/FormSection.h"
 #include "ui/PermissionRow.h"
 #include "ui/SettingBinding.h"
 #include "ui/SoundSettings.h"
-
-#include "settings/SettingsStore.h"
 
 #include <QCheckBox>
 #include <QFormLayout>

@@ -114,7 +114,10 @@ public:
             QFile::copy(source.filePath(name), target + u'/' + name);
     }
 #endif
-    ChildProcess *process() { return m_process.get(); }
+    ChildProcess *process()
+    {
+        return m_process.get();
+    }
 
 private:
     QTemporaryDir m_home;

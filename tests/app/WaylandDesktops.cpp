@@ -70,7 +70,8 @@ QMap<QString, QString> WaylandDesktop::sessionEnvironment() const
     environment.insert(QStringLiteral("DISPLAY"), m_xDisplay.isEmpty() ? QString() : m_xDisplay);
     environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), m_busAddress);
     environment.insert(QStringLiteral("HOME"), m_root.filePath(QStringLiteral("home")));
-    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), m_root.filePath(QStringLiteral("config")));
+    environment.insert(QStringLiteral("XDG_CONFIG_HOME"),
+                       m_root.filePath(QStringLiteral("config")));
     environment.insert(QStringLiteral("XDG_DATA_HOME"), m_root.filePath(QStringLiteral("data")));
     environment.insert(QStringLiteral("NO_AT_BRIDGE"), QStringLiteral("1"));
     return environment;
@@ -210,17 +211,20 @@ KwinDesktop::KwinDesktop()
                  QStringLiteral("--socket"), m_waylandDisplay, QStringLiteral("--width"),
                  QStringLiteral("1280"), QStringLiteral("--height"), QStringLiteral("800"),
                  QStringLiteral("--no-lockscreen")},
-                {{QStringLiteral("WAYLAND_DISPLAY"), QString()}, {QStringLiteral("DISPLAY"), QString()}}))
+                {{QStringLiteral("WAYLAND_DISPLAY"), QString()},
+                 {QStringLiteral("DISPLAY"), QString()}}))
         return;
     const pid_t kwin = process(QStringLiteral("kwin"))->pid();
     if (!waitUntil(
             [&] {
                 m_xDisplay = xwaylandDisplayOf(kwin);
-                return QFile::exists(m_runtime + u'/' + m_waylandDisplay) && !m_xDisplay.isEmpty() &&
+                return QFile::exists(m_runtime + u'/' + m_waylandDisplay) &&
+                       !m_xDisplay.isEmpty() &&
                        QFile::exists(QStringLiteral("/tmp/.X11-unix/X") + m_xDisplay.mid(1));
             },
             30s)) {
-        fail(QStringLiteral("kwin_wayland did not come up: %1").arg(log(QStringLiteral("kwin")).right(600)));
+        fail(QStringLiteral("kwin_wayland did not come up: %1")
+                 .arg(log(QStringLiteral("kwin")).right(600)));
         return;
     }
     if (!waitForBusName(QStringLiteral("org.kde.kglobalaccel"), 20s))
@@ -237,8 +241,9 @@ KwinDesktop::KwinDesktop()
         {QStringLiteral("PATH"), stubs + u':' + qEnvironmentVariable("PATH")},
         // The portal must be a Wayland client of the compositor to send keys.
         {QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("wayland")}};
-    if (!launch(QStringLiteral("permission-store"), QStringLiteral("/usr/libexec/xdg-permission-store"),
-                {QStringLiteral("--replace")}, portalEnvironment) ||
+    if (!launch(QStringLiteral("permission-store"),
+                QStringLiteral("/usr/libexec/xdg-permission-store"), {QStringLiteral("--replace")},
+                portalEnvironment) ||
         !waitForBusName(QStringLiteral("org.freedesktop.impl.portal.PermissionStore"), 20s))
         return;
     if (!launch(QStringLiteral("portal-kde"),
@@ -309,7 +314,8 @@ SwayDesktop::SwayDesktop()
                        QFile::exists(QStringLiteral("/tmp/.X11-unix/X") + m_xDisplay.mid(1));
             },
             20s)) {
-        fail(QStringLiteral("sway did not come up: %1").arg(log(QStringLiteral("sway")).right(600)));
+        fail(
+            QStringLiteral("sway did not come up: %1").arg(log(QStringLiteral("sway")).right(600)));
         return;
     }
     // XWayland serves sway's user alone; that user lets the test's programs in, as xhost would
@@ -338,9 +344,9 @@ const QByteArray systemBusConfig =
     "</policy></busconfig>\n";
 
 // The portal's dialog that asks whether a program may control the keyboard.
-const QString findDialog = QStringLiteral(
-    "global.get_window_actors().map(a => a.meta_window).find(w => w.get_title() === "
-    "'Remote desktop' && w.get_wm_class() === 'xdg-desktop-portal-gnome')");
+const QString findDialog =
+    QStringLiteral("global.get_window_actors().map(a => a.meta_window).find(w => w.get_title() === "
+                   "'Remote desktop' && w.get_wm_class() === 'xdg-desktop-portal-gnome')");
 
 } // namespace
 
@@ -401,9 +407,8 @@ GnomeDesktop::GnomeDesktop()
         fail(QStringLiteral("gnome-shell did not come up"));
         return;
     }
-    const QStringList authorities =
-        QDir(m_runtime).entryList({QStringLiteral(".mutter-Xwaylandauth.*")},
-                                  QDir::Files | QDir::Hidden);
+    const QStringList authorities = QDir(m_runtime).entryList(
+        {QStringLiteral(".mutter-Xwaylandauth.*")}, QDir::Files | QDir::Hidden);
     if (!authorities.isEmpty())
         m_variables.insert(QStringLiteral("XAUTHORITY"), m_runtime + u'/' + authorities.first());
 
@@ -418,10 +423,12 @@ GnomeDesktop::GnomeDesktop()
 
     // The portal backend connects to the shell, so it comes after it.
     if (!launch(QStringLiteral("permission-store"),
-                QStringLiteral("/usr/libexec/xdg-permission-store"), {QStringLiteral("--replace")}) ||
+                QStringLiteral("/usr/libexec/xdg-permission-store"),
+                {QStringLiteral("--replace")}) ||
         !waitForBusName(QStringLiteral("org.freedesktop.impl.portal.PermissionStore"), 20s))
         return;
-    if (!launch(QStringLiteral("portal-gnome"), QStringLiteral("/usr/libexec/xdg-desktop-portal-gnome"),
+    if (!launch(QStringLiteral("portal-gnome"),
+                QStringLiteral("/usr/libexec/xdg-desktop-portal-gnome"),
                 {QStringLiteral("--verbose")}) ||
         !waitForBusName(QStringLiteral("org.freedesktop.impl.portal.desktop.gnome"), 30s))
         return;

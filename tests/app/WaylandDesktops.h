@@ -57,7 +57,7 @@ protected:
     static QString xwaylandDisplayOf(pid_t compositor, std::optional<uid_t> user = {});
 
     QTemporaryDir m_root;
-    QString m_runtime;      // XDG_RUNTIME_DIR of the user's programs
+    QString m_runtime; // XDG_RUNTIME_DIR of the user's programs
     QString m_waylandDisplay;
     QString m_xDisplay;
     QString m_busAddress;

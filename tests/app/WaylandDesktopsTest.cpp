@@ -3,8 +3,9 @@
 // speaks into a private sound server's microphone and reads what arrives in a Wayland-native
 // GTK 3 or Qt field of another process.
 
-#include "VocariHome.h"
 #include "WaylandDesktops.h"
+
+#include "VocariHome.h"
 #include "platform/audio/PulseServer.h"
 #include "platform/wayland/PortalKeyInjector.h"
 #include "platform/x11/DesktopSupport.h"
@@ -63,8 +64,7 @@ std::unique_ptr<VocariHome> vocariOn(const WaylandDesktop &desktop, const QJsonO
     }
     options.environment.insert(QStringLiteral("PULSE_SERVER"), pulse()->address());
     options.unsetEnvironment << QStringLiteral("QT_QPA_PLATFORM");
-    auto vocari =
-        std::make_unique<VocariHome>(VocariHome::toneModelSettings(settings), options);
+    auto vocari = std::make_unique<VocariHome>(VocariHome::toneModelSettings(settings), options);
     vocari->installToneModel();
     return vocari;
 }
@@ -156,8 +156,7 @@ QJsonObject f8Hotkey()
                        {QStringLiteral("modifierOnly"), false}};
 }
 
-template<typename Desktop>
-class OnDesktop : public ::testing::Test
+template <typename Desktop> class OnDesktop : public ::testing::Test
 {
 protected:
     void SetUp() override
@@ -199,11 +198,11 @@ TEST_F(OnKwin, HeldKeyDictatesInTwoRunsWithNoDesktopWindowAndTheClipboardBack)
     // Second run, in a fresh start: toggle mode and live typing, with characters the layout
     // lacks, from an empty clipboard. A held key repeats its activation without ending it.
     ASSERT_TRUE(setClipboard(desktop, std::nullopt));
-    vocari = vocariOn(desktop, {{QStringLiteral("hotkey.v2"), f8Hotkey()},
-                                {QStringLiteral("recordMode"), QStringLiteral("toggle")},
-                                {QStringLiteral("liveTyping"), true},
-                                {QStringLiteral("replacements"),
-                                 QStringLiteral("world = ") + kBeyondTheLayout}});
+    vocari = vocariOn(
+        desktop, {{QStringLiteral("hotkey.v2"), f8Hotkey()},
+                  {QStringLiteral("recordMode"), QStringLiteral("toggle")},
+                  {QStringLiteral("liveTyping"), true},
+                  {QStringLiteral("replacements"), QStringLiteral("world = ") + kBeyondTheLayout}});
     ASSERT_TRUE(vocari->start()) << qPrintable(vocari->log());
     ASSERT_TRUE(vocari->waitForLog(QStringLiteral("the desktop binds dictation to F8")))
         << qPrintable(vocari->log());
@@ -227,7 +226,8 @@ TEST_F(OnKwin, HeldKeyDictatesInTwoRunsWithNoDesktopWindowAndTheClipboardBack)
 
     // The desktop was never asked to open its settings, or anything else.
     EXPECT_EQ(desktop.openedAddresses(), QString());
-    EXPECT_FALSE(desktop.log(QStringLiteral("portal-kde")).contains(QStringLiteral("Wrong global")));
+    EXPECT_FALSE(
+        desktop.log(QStringLiteral("portal-kde")).contains(QStringLiteral("Wrong global")));
 }
 
 using OnSway = OnDesktop<SwayDesktop>;

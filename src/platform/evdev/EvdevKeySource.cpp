@@ -79,11 +79,13 @@ bool EvdevKeySource::open(Sink sink)
     if (paths.isEmpty())
         paths = keyboards(&m_error);
     for (const QString &path : paths) {
-        const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        const int fd =
+            ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
         if (fd < 0) {
             m_error = errno == EACCES || errno == EPERM
                           ? accessHint()
-                          : QStringLiteral("%1 cannot be read: %2").arg(path, QString::fromLocal8Bit(std::strerror(errno)));
+                          : QStringLiteral("%1 cannot be read: %2")
+                                .arg(path, QString::fromLocal8Bit(std::strerror(errno)));
             continue;
         }
         auto device = std::make_unique<Device>();
@@ -91,12 +93,14 @@ bool EvdevKeySource::open(Sink sink)
         device->path = path;
         device->notifier = std::make_unique<QSocketNotifier>(fd, QSocketNotifier::Read);
         Device *raw = device.get();
-        connect(device->notifier.get(), &QSocketNotifier::activated, this, [this, raw] { readFrom(raw); });
+        connect(device->notifier.get(), &QSocketNotifier::activated, this,
+                [this, raw] { readFrom(raw); });
         m_devices.push_back(std::move(device));
     }
     if (m_devices.empty())
         return false;
-    qCInfo(lcEvdev, "dictation key: read from %lld keyboard device(s)", qlonglong(m_devices.size()));
+    qCInfo(lcEvdev, "dictation key: read from %lld keyboard device(s)",
+           qlonglong(m_devices.size()));
     m_sink = std::move(sink);
     m_error.clear();
     return true;

@@ -114,8 +114,7 @@ DataControlClipboard::create(std::shared_ptr<WaylandConnection> connection)
     wl_proxy *manager = connection->bind(&wl::dataControlManager, 2);
     if (!manager)
         return nullptr;
-    std::unique_ptr<DataControlClipboard> clipboard(
-        new DataControlClipboard(connection, manager));
+    std::unique_ptr<DataControlClipboard> clipboard(new DataControlClipboard(connection, manager));
     // The compositor answers the new device with the clipboard as it is now.
     if (!connection->roundtrip())
         return nullptr;
@@ -127,10 +126,11 @@ DataControlClipboard::DataControlClipboard(std::shared_ptr<WaylandConnection> co
     : m_keepConnection(std::move(connection)), m_connection(*m_keepConnection), m_manager(manager)
 {
     m_device = wl_proxy_marshal_flags(m_manager, wl::DataControlManager::getDataDevice,
-                                      &wl::dataControlDevice, wl_proxy_get_version(m_manager),
-                                      0, nullptr, m_connection.seat());
-    wl_proxy_add_listener(m_device, reinterpret_cast<void (**)(void)>(
-                                        const_cast<wl::DataControlDevice::Listener *>(&deviceListener)),
+                                      &wl::dataControlDevice, wl_proxy_get_version(m_manager), 0,
+                                      nullptr, m_connection.seat());
+    wl_proxy_add_listener(m_device,
+                          reinterpret_cast<void (**)(void)>(
+                              const_cast<wl::DataControlDevice::Listener *>(&deviceListener)),
                           this);
 }
 
@@ -152,8 +152,9 @@ void DataControlClipboard::onDataOffer(wl_proxy *proxy)
 {
     auto offer = std::make_unique<Offer>();
     offer->proxy = proxy;
-    wl_proxy_add_listener(proxy, reinterpret_cast<void (**)(void)>(
-                                     const_cast<wl::DataControlOffer::Listener *>(&offerListener)),
+    wl_proxy_add_listener(proxy,
+                          reinterpret_cast<void (**)(void)>(
+                              const_cast<wl::DataControlOffer::Listener *>(&offerListener)),
                           offer.get());
     m_offers.push_back(std::move(offer));
 }
@@ -240,8 +241,7 @@ private:
             if (got < 0 && errno == EAGAIN)
                 return;
             if (got <= 0) {
-                finish(got == 0 ? std::optional(ClipboardContent{m_type, m_bytes})
-                                : std::nullopt);
+                finish(got == 0 ? std::optional(ClipboardContent{m_type, m_bytes}) : std::nullopt);
                 return;
             }
             m_bytes.append(chunk, got);
@@ -292,8 +292,8 @@ void DataControlClipboard::save(Saved done)
         return;
     }
     wl_proxy_marshal_flags(m_selection->proxy, wl::DataControlOffer::receive, nullptr,
-                           wl_proxy_get_version(m_selection->proxy), 0,
-                           type.toUtf8().constData(), pipe[1]);
+                           wl_proxy_get_version(m_selection->proxy), 0, type.toUtf8().constData(),
+                           pipe[1]);
     ::close(pipe[1]);
     m_connection.flush();
     new Reading(this, pipe[0], type, std::move(done));
@@ -310,12 +310,12 @@ bool DataControlClipboard::own(const QStringList &types, const QByteArray &bytes
     source->owner = this;
     source->types = types;
     source->bytes = bytes;
-    source->proxy = wl_proxy_marshal_flags(m_manager, wl::DataControlManager::createDataSource,
-                                           &wl::dataControlSource,
-                                           wl_proxy_get_version(m_manager), 0, nullptr);
-    wl_proxy_add_listener(source->proxy, reinterpret_cast<void (**)(void)>(
-                                             const_cast<wl::DataControlSource::Listener *>(
-                                                 &sourceListener)),
+    source->proxy =
+        wl_proxy_marshal_flags(m_manager, wl::DataControlManager::createDataSource,
+                               &wl::dataControlSource, wl_proxy_get_version(m_manager), 0, nullptr);
+    wl_proxy_add_listener(source->proxy,
+                          reinterpret_cast<void (**)(void)>(
+                              const_cast<wl::DataControlSource::Listener *>(&sourceListener)),
                           source.get());
     for (const QString &type : types)
         wl_proxy_marshal_flags(source->proxy, wl::DataControlSource::offer, nullptr,

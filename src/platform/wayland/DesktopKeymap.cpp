@@ -88,10 +88,10 @@ void DesktopKeymap::onKeymap(std::uint32_t format, int fd, std::uint32_t size)
 bool DesktopKeymap::Layout::take(const char *text)
 {
     xkb_context *context = xkb_context_new(XKB_CONTEXT_NO_FLAGS);
-    xkb_keymap *keymap = context ? xkb_keymap_new_from_string(context, text,
-                                                              XKB_KEYMAP_FORMAT_TEXT_V1,
-                                                              XKB_KEYMAP_COMPILE_NO_FLAGS)
-                                 : nullptr;
+    xkb_keymap *keymap = context
+                             ? xkb_keymap_new_from_string(context, text, XKB_KEYMAP_FORMAT_TEXT_V1,
+                                                          XKB_KEYMAP_COMPILE_NO_FLAGS)
+                             : nullptr;
     if (!keymap) {
         xkb_context_unref(context);
         return false;
@@ -110,15 +110,15 @@ bool DesktopKeymap::Layout::take(const char *text)
             for (xkb_level_index_t level = 0;
                  level < xkb_keymap_num_levels_for_key(keymap, code, own); ++level) {
                 const xkb_keysym_t *syms = nullptr;
-                const int count =
-                    xkb_keymap_key_get_syms_by_level(keymap, code, own, level, &syms);
+                const int count = xkb_keymap_key_get_syms_by_level(keymap, code, own, level, &syms);
                 inLayout.insert(syms, syms + count);
             }
         }
         if (layout == 0)
             keysyms = std::move(inLayout);
         else
-            std::erase_if(keysyms, [&](std::uint32_t keysym) { return !inLayout.contains(keysym); });
+            std::erase_if(keysyms,
+                          [&](std::uint32_t keysym) { return !inLayout.contains(keysym); });
     }
     xkb_keymap_unref(keymap);
     xkb_context_unref(context);

@@ -91,7 +91,8 @@ void PortalKeyInjector::sendNext()
         return;
     const KeysymEvent event = m_queue.front().events[m_queue.front().next++];
     m_inFlight = true;
-    auto *watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(callFor(event), kSendTimeoutMs), this);
+    auto *watcher =
+        new QDBusPendingCallWatcher(m_bus.asyncCall(callFor(event), kSendTimeoutMs), this);
     connect(watcher, &QDBusPendingCallWatcher::finished, this,
             [this, event, generation = m_generation](QDBusPendingCallWatcher *call) {
                 call->deleteLater();
@@ -137,8 +138,8 @@ void PortalKeyInjector::abandonQueue(const QString &why, bool tellSenders)
 {
     if (m_queue.empty() && m_down.empty() && !m_inFlight)
         return;
-    qCWarning(lcWayland).noquote() << "The desktop did not take a key; the rest is not typed:"
-                                   << why;
+    qCWarning(lcWayland).noquote()
+        << "The desktop did not take a key; the rest is not typed:" << why;
     std::vector<SendFailed> told;
     for (Batch &batch : m_queue)
         if (batch.failed)

@@ -175,11 +175,12 @@ bool PortalShortcutSource::lookForPortal()
     get.setArguments({shortcutsInterface, QStringLiteral("version")});
     m_looking = true;
     auto *watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(get, lookTimeoutMs), this);
-    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher *call) {
-        call->deleteLater();
-        m_looking = false;
-        onPortalLooked(call->reply());
-    });
+    connect(watcher, &QDBusPendingCallWatcher::finished, this,
+            [this](QDBusPendingCallWatcher *call) {
+                call->deleteLater();
+                m_looking = false;
+                onPortalLooked(call->reply());
+            });
     return true;
 }
 
@@ -195,8 +196,8 @@ void PortalShortcutSource::onPortalLooked(const QDBusMessage &reply)
         return;
     }
     if (meansAbsent(reply.errorName())) {
-        qCInfo(lcWayland).noquote() << "dictation key: none from the desktop:"
-                                    << reply.errorMessage();
+        qCInfo(lcWayland).noquote()
+            << "dictation key: none from the desktop:" << reply.errorMessage();
         qCWarning(lcWayland).noquote() << noShortcutsMessage();
         m_availability = Availability::absent;
         m_error = noShortcutsMessage();
@@ -223,9 +224,9 @@ void PortalShortcutSource::bindDictation()
     // A desktop keeps the key it first bound to a shortcut, whatever is preferred later: a key
     // of the user's choosing in Vocari gets a shortcut of its own.
     m_dictationId = dictationShortcutId(trigger);
-    m_dictation = new ShortcutSession(
-        m_bus, dictateToken, {shortcut(m_dictationId, tr("Dictate with Vocari"), trigger)},
-        bindingFor(dictateToken, m_dictationId), m_timeout, this);
+    m_dictation = new ShortcutSession(m_bus, dictateToken,
+                                      {shortcut(m_dictationId, tr("Dictate with Vocari"), trigger)},
+                                      bindingFor(dictateToken, m_dictationId), m_timeout, this);
     connect(m_dictation, &ShortcutSession::ended, this, &PortalShortcutSource::onDictationEnded);
     connect(m_dictation, &ShortcutSession::bound, this, [this] {
         m_bound.insert(dictateToken + u'/' + m_dictationId);
@@ -279,7 +280,8 @@ void PortalShortcutSource::onDictationEnded(bool refused, const QString &error)
 
 void PortalShortcutSource::onTriggersChanged()
 {
-    const QString trigger = m_dictation ? m_dictation->triggerDescription(m_dictationId) : QString();
+    const QString trigger =
+        m_dictation ? m_dictation->triggerDescription(m_dictationId) : QString();
     if (trigger == m_trigger)
         return;
     m_trigger = trigger;

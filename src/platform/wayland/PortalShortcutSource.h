@@ -15,7 +15,6 @@
 
 namespace vocari {
 
-
 // The dictation key on a Wayland desktop, where no program sees the keyboard of another: the
 // key is registered with the desktop's global-shortcuts portal as the shortcut "dictate", and
 // the portal's activations come back as key events. A modifier key used alone arrives as

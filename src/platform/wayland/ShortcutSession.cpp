@@ -6,7 +6,6 @@
 #include <QDBusMetaType>
 #include <QDBusObjectPath>
 #include <QTimer>
-
 #include <algorithm>
 
 namespace vocari {
@@ -177,8 +176,7 @@ void ShortcutSession::close()
     } else if (m_attempts > 0) {
         // The desktop may have made the session already, its answer still on the way: it must
         // not outlive this object and hold the token.
-        m_bus.send(QDBusMessage::createMethodCall(QLatin1String(Portal::service),
-                                                  m_predictedHandle,
+        m_bus.send(QDBusMessage::createMethodCall(QLatin1String(Portal::service), m_predictedHandle,
                                                   QLatin1String(Portal::sessionInterface),
                                                   QStringLiteral("Close")));
     }

@@ -73,10 +73,14 @@ QString shortcutTrigger(const Hotkey &hotkey)
 bool triggerNamesKey(const QString &description, const Hotkey &hotkey)
 {
     static const std::map<QString, std::uint64_t> modifierNames{
-        {QStringLiteral("ctrl"), Modifier::control},  {QStringLiteral("control"), Modifier::control},
-        {QStringLiteral("primary"), Modifier::control}, {QStringLiteral("alt"), Modifier::alt},
-        {QStringLiteral("shift"), Modifier::shift},   {QStringLiteral("logo"), Modifier::super},
-        {QStringLiteral("super"), Modifier::super},   {QStringLiteral("meta"), Modifier::super},
+        {QStringLiteral("ctrl"), Modifier::control},
+        {QStringLiteral("control"), Modifier::control},
+        {QStringLiteral("primary"), Modifier::control},
+        {QStringLiteral("alt"), Modifier::alt},
+        {QStringLiteral("shift"), Modifier::shift},
+        {QStringLiteral("logo"), Modifier::super},
+        {QStringLiteral("super"), Modifier::super},
+        {QStringLiteral("meta"), Modifier::super},
         {QStringLiteral("win"), Modifier::super},
     };
     QStringList parts = description.trimmed().toLower().split(u'+');
@@ -98,8 +102,8 @@ bool triggerNamesKey(const QString &description, const Hotkey &hotkey)
     }
     const QString expected = usKeysymName(hotkey.keyCode).toLower().remove(u'_');
     return !expected.isEmpty() && key == expected &&
-           modifiers == (hotkey.modifiers & (Modifier::control | Modifier::alt | Modifier::shift |
-                                             Modifier::super));
+           modifiers == (hotkey.modifiers &
+                         (Modifier::control | Modifier::alt | Modifier::shift | Modifier::super));
 }
 
 } // namespace vocari

@@ -49,9 +49,8 @@ QByteArray withExtraKeysyms(xkb_context *context, const std::set<std::uint32_t> 
     QByteArray text = usKeymapText(context);
     if (text.isEmpty() || extra.empty())
         return text;
-    xkb_keymap *base = xkb_keymap_new_from_string(context, text.constData(),
-                                                  XKB_KEYMAP_FORMAT_TEXT_V1,
-                                                  XKB_KEYMAP_COMPILE_NO_FLAGS);
+    xkb_keymap *base = xkb_keymap_new_from_string(
+        context, text.constData(), XKB_KEYMAP_FORMAT_TEXT_V1, XKB_KEYMAP_COMPILE_NO_FLAGS);
     if (!base)
         return {};
     QByteArray symbols;
@@ -154,10 +153,9 @@ bool VirtualKeyboardInjector::prepare(const std::set<std::uint32_t> &keysyms)
         return true;
     const bool created = !m_keyboard;
     if (created) {
-        m_keyboard = wl_proxy_marshal_flags(m_manager,
-                                            wl::VirtualKeyboardManager::createVirtualKeyboard,
-                                            &wl::virtualKeyboard, 1, 0, m_connection->seat(),
-                                            nullptr);
+        m_keyboard =
+            wl_proxy_marshal_flags(m_manager, wl::VirtualKeyboardManager::createVirtualKeyboard,
+                                   &wl::virtualKeyboard, 1, 0, m_connection->seat(), nullptr);
     }
     // Spare keys are few: a layout that would run out starts again from what is needed now.
     if (m_extraKeysyms.size() + missing.size() > kSpareKeys)
@@ -176,11 +174,10 @@ bool VirtualKeyboardInjector::prepare(const std::set<std::uint32_t> &keysyms)
 bool VirtualKeyboardInjector::uploadLayout()
 {
     const QByteArray text = withExtraKeysyms(m_context, m_extraKeysyms);
-    xkb_keymap *keymap =
-        text.isEmpty() ? nullptr
-                       : xkb_keymap_new_from_string(m_context, text.constData(),
-                                                    XKB_KEYMAP_FORMAT_TEXT_V1,
-                                                    XKB_KEYMAP_COMPILE_NO_FLAGS);
+    xkb_keymap *keymap = text.isEmpty() ? nullptr
+                                        : xkb_keymap_new_from_string(m_context, text.constData(),
+                                                                     XKB_KEYMAP_FORMAT_TEXT_V1,
+                                                                     XKB_KEYMAP_COMPILE_NO_FLAGS);
     if (!keymap) {
         m_error = tr("No keyboard layout could be made for the virtual keyboard.");
         return false;
@@ -197,8 +194,8 @@ bool VirtualKeyboardInjector::uploadLayout()
         m_error = tr("The virtual keyboard's layout could not be written.");
         return false;
     }
-    wl_proxy_marshal_flags(m_keyboard, wl::VirtualKeyboard::keymap, nullptr, 1, 0, xkbV1Format,
-                           fd, std::uint32_t(size));
+    wl_proxy_marshal_flags(m_keyboard, wl::VirtualKeyboard::keymap, nullptr, 1, 0, xkbV1Format, fd,
+                           std::uint32_t(size));
     ::close(fd); // the library sent a copy
 
     if (m_state)
@@ -251,7 +248,8 @@ void VirtualKeyboardInjector::sendKey(std::uint32_t keycode, bool pressed)
         m_down.insert(keycode);
     else
         m_down.erase(keycode);
-    const auto changed = xkb_state_update_key(m_state, keycode, pressed ? XKB_KEY_DOWN : XKB_KEY_UP);
+    const auto changed =
+        xkb_state_update_key(m_state, keycode, pressed ? XKB_KEY_DOWN : XKB_KEY_UP);
     if (changed & (XKB_STATE_MODS_DEPRESSED | XKB_STATE_MODS_LATCHED | XKB_STATE_MODS_LOCKED |
                    XKB_STATE_LAYOUT_EFFECTIVE)) {
         wl_proxy_marshal_flags(m_keyboard, wl::VirtualKeyboard::modifiers, nullptr, 1, 0,
@@ -283,7 +281,8 @@ void VirtualKeyboardInjector::sendQueued()
             const std::uint32_t keycode = key->second.keycode;
             if (event.pressed) {
                 // Shift goes down for a shifted character unless the sender holds it already.
-                if (key->second.shifted && m_shiftKeycode != 0 && !m_down.contains(m_shiftKeycode)) {
+                if (key->second.shifted && m_shiftKeycode != 0 &&
+                    !m_down.contains(m_shiftKeycode)) {
                     sendKey(m_shiftKeycode, true);
                     m_shiftedFor.insert(keycode);
                 }

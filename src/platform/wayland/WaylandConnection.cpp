@@ -34,10 +34,9 @@ std::unique_ptr<WaylandConnection> WaylandConnection::open(const QString &displa
             *error = QStringLiteral("The Wayland compositor closed the connection.");
         return nullptr;
     }
-    self->m_seat = static_cast<wl_seat *>(
-        static_cast<void *>(self->bind(&wl_seat_interface, 5)));
-    self->m_notifier = std::make_unique<QSocketNotifier>(wl_display_get_fd(connection),
-                                                         QSocketNotifier::Read);
+    self->m_seat = static_cast<wl_seat *>(static_cast<void *>(self->bind(&wl_seat_interface, 5)));
+    self->m_notifier =
+        std::make_unique<QSocketNotifier>(wl_display_get_fd(connection), QSocketNotifier::Read);
     connect(self->m_notifier.get(), &QSocketNotifier::activated, self.get(),
             &WaylandConnection::dispatch);
     return self;
@@ -67,7 +66,8 @@ void WaylandConnection::announce(void *data, wl_registry *, std::uint32_t name,
 void WaylandConnection::withdraw(void *data, wl_registry *, std::uint32_t name)
 {
     auto *self = static_cast<WaylandConnection *>(data);
-    std::erase_if(self->m_globals, [name](const auto &global) { return global.second.name == name; });
+    std::erase_if(self->m_globals,
+                  [name](const auto &global) { return global.second.name == name; });
 }
 
 bool WaylandConnection::has(const char *interface) const

@@ -79,8 +79,8 @@ bool WaylandDesktopServices::pasteThroughClipboard(const QString &text)
     m_erasable = 0;
     if (!m_keys->ready()) {
         // No key can reach the window: the text waits on the clipboard for the user.
-        qCWarning(lcWayland).noquote() << "The text is on the clipboard, as keys cannot be sent:"
-                                       << m_keys->errorString();
+        qCWarning(lcWayland).noquote()
+            << "The text is on the clipboard, as keys cannot be sent:" << m_keys->errorString();
         copyToClipboard(text);
         return false;
     }
@@ -157,9 +157,8 @@ void WaylandDesktopServices::pasteNow(const QString &text)
 std::optional<qsizetype> WaylandDesktopServices::typeText(const QString &text)
 {
     const std::vector<KeysymEvent> events = typingKeysyms(TextInserter::unifiedLineBreaks(text));
-    const bool layoutLacksSome = std::any_of(events.begin(), events.end(), [this](const auto &e) {
-        return !m_keys->canType(e.keysym);
-    });
+    const bool layoutLacksSome = std::any_of(
+        events.begin(), events.end(), [this](const auto &e) { return !m_keys->canType(e.keysym); });
     if (layoutLacksSome && m_clipboard) {
         // The desktop would drop those characters without a word: the phrase goes by paste.
         qCInfo(lcWayland, "The keyboard layout lacks characters of the text; it is pasted.");

@@ -69,9 +69,9 @@ private:
     QTimer m_restore;
     std::optional<ClipboardContent> m_saved; // what comes back when the restore runs
     int m_restoreWaitedMs = 0;
-    bool m_saving = false;         // the user's clipboard is being read
-    std::deque<QString> m_pastes;  // texts waiting for that to be pasted
-    qsizetype m_erasable = 0; // BackSpaces that take back what was typed since anything else
+    bool m_saving = false;        // the user's clipboard is being read
+    std::deque<QString> m_pastes; // texts waiting for that to be pasted
+    qsizetype m_erasable = 0;     // BackSpaces that take back what was typed since anything else
     bool m_saidTyping = false;
 };
 

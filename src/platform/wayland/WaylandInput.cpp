@@ -39,10 +39,9 @@ WaylandInput WaylandInput::choose(const QDBusConnection &bus,
     parts << QStringLiteral("typing: %1").arg(injector->name());
 
     std::unique_ptr<ClipboardAccess> clipboard = DataControlClipboard::create(connection);
-    parts << (clipboard
-                  ? QStringLiteral("clipboard: data-control")
-                  : QStringLiteral("clipboard: none without a window, so text is typed, not "
-                                   "pasted"));
+    parts << (clipboard ? QStringLiteral("clipboard: data-control")
+                        : QStringLiteral("clipboard: none without a window, so text is typed, not "
+                                         "pasted"));
 
     WaylandInput input;
     input.keys = std::make_unique<PortalShortcutSource>(bus);

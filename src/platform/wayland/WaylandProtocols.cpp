@@ -62,17 +62,17 @@ const wl_message keyboardRequests[] = {
 
 } // namespace
 
-const wl_interface dataControlManager = {"zwlr_data_control_manager_v1", 2, 3, managerRequests,
-                                         0, nullptr};
-const wl_interface dataControlDevice = {"zwlr_data_control_device_v1", 2, 3, deviceRequests, 4,
-                                        deviceEvents};
-const wl_interface dataControlSource = {"zwlr_data_control_source_v1", 1, 2, sourceRequests, 2,
-                                        sourceEvents};
-const wl_interface dataControlOffer = {"zwlr_data_control_offer_v1", 1, 2, offerRequests, 1,
-                                       offerEvents};
+const wl_interface dataControlManager = {
+    "zwlr_data_control_manager_v1", 2, 3, managerRequests, 0, nullptr};
+const wl_interface dataControlDevice = {
+    "zwlr_data_control_device_v1", 2, 3, deviceRequests, 4, deviceEvents};
+const wl_interface dataControlSource = {
+    "zwlr_data_control_source_v1", 1, 2, sourceRequests, 2, sourceEvents};
+const wl_interface dataControlOffer = {
+    "zwlr_data_control_offer_v1", 1, 2, offerRequests, 1, offerEvents};
 const wl_interface virtualKeyboardManager = {"zwp_virtual_keyboard_manager_v1", 1, 1,
-                                             keyboardManagerRequests, 0, nullptr};
-const wl_interface virtualKeyboard = {"zwp_virtual_keyboard_v1", 1, 4, keyboardRequests, 0,
-                                      nullptr};
+                                             keyboardManagerRequests,           0, nullptr};
+const wl_interface virtualKeyboard = {"zwp_virtual_keyboard_v1", 1, 4,
+                                      keyboardRequests,          0, nullptr};
 
 } // namespace vocari::wl

@@ -39,7 +39,8 @@ public:
     // value: 1 pressed, 0 released, 2 repeated.
     void key(std::uint16_t code, int value)
     {
-        write({{{}, EV_MSC, MSC_SCAN, 0x70000 + code}, {{}, EV_KEY, code, value},
+        write({{{}, EV_MSC, MSC_SCAN, 0x70000 + code},
+               {{}, EV_KEY, code, value},
                {{}, EV_SYN, SYN_REPORT, 0}});
     }
     // Writes the records in pieces that cut one in two, as a read may return them.

@@ -44,7 +44,7 @@ public:
     mutable QMutex lock;
     QList<FakePortal::Call> calls;
     std::vector<std::pair<QString, QString>> sessions; // path, interface
-    QStringList closedSessions; // every Close, in order
+    QStringList closedSessions;                        // every Close, in order
     QSet<QString> openSessions;
     std::vector<KeysymEvent> keysyms;
     std::map<QString, uint> responses;
@@ -119,10 +119,11 @@ bool FakePortalObject::handleMessage(const QDBusMessage &message, const QDBusCon
         const auto value = std::uint32_t(args.value(2).toInt());
         QMutexLocker locker(&lock);
         if (keyFailuresAfter >= 0 && int(keysyms.size()) >= keyFailuresAfter) {
-            refusedKeys.push_back({byCode ? 0 : value, args.value(3).toUInt() == 1,
-                                   byCode ? value : 0});
-            connection.send(message.createErrorReply(QStringLiteral("org.freedesktop.DBus.Error.Failed"),
-                                                     QStringLiteral("The session is not ready")));
+            refusedKeys.push_back(
+                {byCode ? 0 : value, args.value(3).toUInt() == 1, byCode ? value : 0});
+            connection.send(
+                message.createErrorReply(QStringLiteral("org.freedesktop.DBus.Error.Failed"),
+                                         QStringLiteral("The session is not ready")));
             return true;
         }
         keysyms.push_back({byCode ? 0 : value, args.value(3).toUInt() == 1, byCode ? value : 0});
@@ -243,8 +244,7 @@ std::pair<uint, QVariantMap> FakePortalObject::outcome(const FakePortal::Call &c
     };
     if (call.method == QLatin1String("CreateSession")) {
         const QString token = call.options.value(QStringLiteral("session_handle_token")).toString();
-        const QString session =
-            QStringLiteral("%1/session/%2/%3").arg(desktopPath, sender, token);
+        const QString session = QStringLiteral("%1/session/%2/%3").arg(desktopPath, sender, token);
         // A token names one open session at a time, as the real portal has it.
         if (openSessions.contains(session) && code == 0)
             code = 2;

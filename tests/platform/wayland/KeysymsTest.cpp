@@ -101,7 +101,8 @@ TEST(DesktopKeymapTest, TheLayoutInUseSaysWhichCharactersCanBeTyped)
     const auto layoutText = [](const char *layout) {
         xkb_context *context = xkb_context_new(XKB_CONTEXT_NO_FLAGS);
         const xkb_rule_names names{"evdev", "pc105", layout, "", ""};
-        xkb_keymap *keymap = xkb_keymap_new_from_names(context, &names, XKB_KEYMAP_COMPILE_NO_FLAGS);
+        xkb_keymap *keymap =
+            xkb_keymap_new_from_names(context, &names, XKB_KEYMAP_COMPILE_NO_FLAGS);
         char *text = xkb_keymap_get_as_string(keymap, XKB_KEYMAP_FORMAT_TEXT_V1);
         std::string copy(text);
         std::free(text);
@@ -129,7 +130,6 @@ TEST(DesktopKeymapTest, TheLayoutInUseSaysWhichCharactersCanBeTyped)
     EXPECT_FALSE(both.has(keysymForCodePoint(U'q')));
     EXPECT_FALSE(both.has(keysymForCodePoint(U'я')));
 }
-
 
 } // namespace
 } // namespace vocari

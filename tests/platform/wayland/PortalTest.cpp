@@ -283,8 +283,9 @@ TEST_F(PortalTest, AFixedTokenIsFreeAgainForTheNextSession)
         source.close();
         spin(settle);
     }
-    const QString predicted = QStringLiteral("/org/freedesktop/portal/desktop/session/%1/vocari")
-                                  .arg(QString(bus().baseService()).remove(0, 1).replace(u'.', u'_'));
+    const QString predicted =
+        QStringLiteral("/org/freedesktop/portal/desktop/session/%1/vocari")
+            .arg(QString(bus().baseService()).remove(0, 1).replace(u'.', u'_'));
     EXPECT_TRUE(waitUntil([&] { return fake().closedSessions().contains(predicted); }))
         << fake().closedSessions().join(u' ').toStdString();
 
@@ -317,9 +318,9 @@ TEST_F(PortalTest, ADesktopThatBindsAtCreationIsNeverAskedToBind)
     }
     ASSERT_GE(fake().sessions(shortcutsInterface).size(), 2);
     EXPECT_TRUE(fake().calls(QStringLiteral("BindShortcuts")).isEmpty());
-    EXPECT_EQ(fake().calls(QStringLiteral("CreateSession")).last().options.value(
-                  "session_handle_token"),
-              "vocari_cancel");
+    EXPECT_EQ(
+        fake().calls(QStringLiteral("CreateSession")).last().options.value("session_handle_token"),
+        "vocari_cancel");
 }
 
 TEST_F(PortalTest, WhatTheDesktopCannotBindIsSaid)
@@ -330,8 +331,10 @@ TEST_F(PortalTest, WhatTheDesktopCannotBindIsSaid)
     EXPECT_FALSE(watched.source->bindsModifierAlone());
     ASSERT_TRUE(watched.monitor->start(rightAlt));
     ASSERT_TRUE(waitUntil([&] { return watched.bound(); }));
-    EXPECT_FALSE(calls(QStringLiteral("CreateSession")).value(0).shortcuts.value(0).properties.contains(
-        "preferred_trigger"));
+    EXPECT_FALSE(calls(QStringLiteral("CreateSession"))
+                     .value(0)
+                     .shortcuts.value(0)
+                     .properties.contains("preferred_trigger"));
     EXPECT_EQ(watched.source->bindingWarning(),
               QStringLiteral("The desktop cannot bind Right Alt alone as a shortcut. Desktops bind "
                              "a key with a letter, digit or function key, with or without Ctrl, "

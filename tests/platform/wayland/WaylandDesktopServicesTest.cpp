@@ -65,7 +65,7 @@ struct ScriptedClipboard final : ClipboardAccess
     int saves = 0;
     int fetched = 0; // how often a window fetched the text set last
 
-    bool slowOwner = false; // the clipboard's owner takes its time to hand the content over
+    bool slowOwner = false;         // the clipboard's owner takes its time to hand the content over
     std::function<void()> handOver; // the slow owner hands the content over
     void save(Saved done) override
     {

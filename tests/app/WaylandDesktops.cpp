@@ -152,10 +152,11 @@ bool WaylandDesktop::waitForBusName(const QString &name, std::chrono::millisecon
     return fail(QStringLiteral("nothing owns %1 on the desktop's bus").arg(name));
 }
 
-QString WaylandDesktop::xwaylandDisplayOf(pid_t compositor, std::optional<uid_t> user)
+QString WaylandDesktop::xwaylandDisplayOf(pid_t compositor, const QString &runtime)
 {
-    // XWayland is the compositor's child, started with the display as its first argument; a
-    // compositor that lets go of its children is found by the user it runs as.
+    // XWayland is the compositor's child, started with the display as its first argument; the
+    // XWayland of a compositor that lets go of its children is known by the runtime folder it
+    // inherited, which is this desktop's alone (other tests may run other desktops meanwhile).
     const QDir proc(QStringLiteral("/proc"));
     for (const QString &entry : proc.entryList(QDir::Dirs)) {
         bool number = false;
@@ -165,9 +166,13 @@ QString WaylandDesktop::xwaylandDisplayOf(pid_t compositor, std::optional<uid_t>
         const QString stat = readAll(proc.filePath(entry + QStringLiteral("/stat")));
         const QStringList fields = stat.mid(stat.lastIndexOf(u')') + 2).split(u' ');
         const bool child = fields.value(1).toInt() == compositor;
-        const bool users = user && readAll(proc.filePath(entry + QStringLiteral("/status")))
-                                       .contains(QStringLiteral("\nUid:\t%1\t").arg(*user));
-        if (!child && !users)
+        const auto inherited = [&] {
+            QFile file(proc.filePath(entry + QStringLiteral("/environ")));
+            return file.open(QIODevice::ReadOnly) &&
+                   file.readAll().split('\0').contains(
+                       "XDG_RUNTIME_DIR=" + QFile::encodeName(runtime));
+        };
+        if (!child && (runtime.isEmpty() || !inherited()))
             continue;
         const QList<QByteArray> arguments = [&] {
             QFile file(proc.filePath(entry + QStringLiteral("/cmdline")));
@@ -309,7 +314,7 @@ SwayDesktop::SwayDesktop()
     const pid_t sway = process(QStringLiteral("sway"))->pid(); // setpriv became sway
     if (!waitUntil(
             [&] {
-                m_xDisplay = xwaylandDisplayOf(sway, nobody);
+                m_xDisplay = xwaylandDisplayOf(sway, swayRuntime);
                 return QFile::exists(m_waylandDisplay) && !m_xDisplay.isEmpty() &&
                        QFile::exists(QStringLiteral("/tmp/.X11-unix/X") + m_xDisplay.mid(1));
             },

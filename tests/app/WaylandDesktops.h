@@ -52,9 +52,9 @@ protected:
     bool waitForBusName(const QString &name, std::chrono::milliseconds limit);
     bool fail(const QString &reason);
     ChildProcess *process(const QString &name) const;
-    // The X display (":N") of an XWayland server started by the process, or running as the
-    // user.
-    static QString xwaylandDisplayOf(pid_t compositor, std::optional<uid_t> user = {});
+    // The X display (":N") of an XWayland server started by the process, or by a compositor
+    // that runs in that runtime folder.
+    static QString xwaylandDisplayOf(pid_t compositor, const QString &runtime = {});
 
     QTemporaryDir m_root;
     QString m_runtime; // XDG_RUNTIME_DIR of the user's programs

@@ -248,10 +248,13 @@ TEST_P(OnSwayInto, PasteAndLiveTypingArriveWhole)
                                          {QStringLiteral("replacements"),
                                           QStringLiteral("world = ") + kBeyondTheLayout}});
         ASSERT_TRUE(vocari->start()) << qPrintable(vocari->log());
-        ASSERT_EQ(vocari->command({QStringLiteral("start")}), 0);
+        QByteArray said;
+        ASSERT_EQ(vocari->command({QStringLiteral("start")}, &said), 0)
+            << said.constData() << qPrintable(vocari->log());
         spin(1500ms);
         ASSERT_TRUE(speak());
-        ASSERT_EQ(vocari->command({QStringLiteral("stop")}), 0);
+        ASSERT_EQ(vocari->command({QStringLiteral("stop")}, &said), 0)
+            << said.constData() << qPrintable(vocari->log());
         EXPECT_TRUE(field.waitForText(sentenceWith(kBeyondTheLayout)))
             << qPrintable(field.text()) << qPrintable(vocari->log());
         vocari->stop();

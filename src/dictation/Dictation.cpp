@@ -107,6 +107,19 @@ Dictation::~Dictation()
         m_transcriber->cancel();
 }
 
+std::shared_ptr<Polisher> Dictation::makePolisher()
+{
+    // One server object for every dictation while its address stays the same, so that its
+    // connection is kept; a new polisher each time.
+    const QUrl url(Preferences::tidyModelUrl());
+    const QString confirmed = Preferences::tidyModelConfirmedHost();
+    if (!m_tidyServer || m_tidyServer->address() != url || m_tidyServerHost != confirmed) {
+        m_tidyServer = std::make_shared<TidyServer>(url, confirmed);
+        m_tidyServerHost = confirmed;
+    }
+    return std::make_shared<Polisher>(m_tidyServer, Preferences::tidyModelName());
+}
+
 void Dictation::setNotice(const std::optional<QString> &notice)
 {
     if (m_notice == notice)
@@ -162,7 +175,7 @@ void Dictation::keyDown(bool live, const QString &engine, const TranscriberFacto
     m_transcriber = transcriber;
     m_isLive = live;
     // Live dictations are typed as they come and never tidied.
-    m_polisher = Preferences::aiTidy() && !live ? std::make_shared<Polisher>() : nullptr;
+    m_polisher = Preferences::aiTidy() && !live ? makePolisher() : nullptr;
 
     setPhase(Phase::preparing);
     m_silentBuffers = 0;

@@ -18,6 +18,7 @@ namespace vocari {
 
 class FeedGate;
 class Polisher;
+class TidyServer;
 class Transcriber;
 
 // The one dictation controller of the application. It runs one dictation at a time from the
@@ -147,6 +148,7 @@ signals:
     void isDemoChanged(bool isDemo);
 
 private:
+    std::shared_ptr<Polisher> makePolisher();
     // The coroutines below are started and left to run on their own; each goes through
     // guarded(), so that an error thrown after a wait ends the dictation instead of vanishing
     // with the coroutine and leaving the session stuck.
@@ -202,6 +204,8 @@ private:
 
     std::shared_ptr<Transcriber> m_transcriber;
     std::shared_ptr<Polisher> m_polisher;
+    std::shared_ptr<TidyServer> m_tidyServer; // the language-model server, kept across dictations
+    QString m_tidyServerHost;
     bool m_tapInstalled = false;
     bool m_wantsListening = false;
     QDateTime m_demoDeadline;

@@ -133,6 +133,22 @@ bool aiTidy()
     return flag(SettingsKey::aiTidy, false);
 }
 
+QString tidyModelUrl()
+{
+    const QString stored = store().stringValue(key(SettingsKey::tidyModelUrl)).trimmed();
+    return stored.isEmpty() ? QStringLiteral("http://127.0.0.1:11434") : stored;
+}
+
+QString tidyModelName()
+{
+    return store().stringValue(key(SettingsKey::tidyModelName)).trimmed();
+}
+
+QString tidyModelConfirmedHost()
+{
+    return store().stringValue(key(SettingsKey::tidyModelConfirmedHost)).trimmed();
+}
+
 QString pasteShortcut()
 {
     static const QStringList known{QStringLiteral("auto"), QStringLiteral("ctrlV"),

@@ -26,6 +26,9 @@ inline constexpr auto vocabulary = "vocabulary";
 inline constexpr auto liveTyping = "liveTyping";
 inline constexpr auto readKeyboards = "keys.readKeyboards";
 inline constexpr auto aiTidy = "aiTidy";
+inline constexpr auto tidyModelUrl = "tidyModel.url";
+inline constexpr auto tidyModelName = "tidyModel.name";
+inline constexpr auto tidyModelConfirmedHost = "tidyModel.confirmedHost";
 inline constexpr auto pasteShortcut = "pasteShortcut";
 inline constexpr auto hudPosition = "hud.position";
 inline constexpr auto hudMargin = "hud.margin";
@@ -69,6 +72,11 @@ bool liveTyping();
 // Whether the dictation key is read from the keyboards' devices on Wayland; off by default.
 bool readKeyboards();
 bool aiTidy();
+// The language-model server the tidy-up's model stage uses, and its model (empty: the first it
+// lists); a host other than this computer that the user agreed to send text to.
+QString tidyModelUrl();
+QString tidyModelName();
+QString tidyModelConfirmedHost();
 QString pasteShortcut(); // "auto", "ctrlV", "ctrlShiftV" or "shiftInsert"
 HUDPosition hudPosition();
 double hudMargin();

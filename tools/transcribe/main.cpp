@@ -4,12 +4,15 @@
 // --json prints the text with the timing of every phrase, the model's load time and the
 // real-time factor instead. --realtime plays each file at the pace of a microphone, in
 // buffers of about 43 ms, and reports the wait from the end of the file (the key's release)
-// to the final text.
+// to the final text. --tidy runs the tidy-up on each text as a dictation with tidy-up on would:
+// the rules, then the model of a language-model server on this computer (--tidy-url, Ollama's
+// address by default; another computer only with --tidy-remote), and reports its time.
 
 #include "engines/WavFile.h"
 #include "engines/parakeet/ParakeetRuntime.h"
 #include "engines/parakeet/ParakeetTranscriber.h"
 #include "engines/system/SystemTranscriber.h"
+#include "text/Polisher.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -122,6 +125,7 @@ QCoro::Task<std::optional<QString>> prepareOrExplain(Transcriber &transcriber)
 struct FileResult
 {
     QString text;
+    std::optional<double> tidySeconds; // with --tidy: the tidy-up's time
     double audioSeconds = 0;
     std::vector<ParakeetRuntime::Transcription> phrases;
     // From the first buffer fed to the final text: the recognition time of an engine that
@@ -212,6 +216,8 @@ QJsonObject toJson(const QString &path, const FileResult &result)
         {"phrases", phrases}};
     if (result.releaseToTextSeconds)
         file.insert("releaseToTextSeconds", *result.releaseToTextSeconds);
+    if (result.tidySeconds)
+        file.insert("tidySeconds", *result.tidySeconds);
     if (result.failure)
         file.insert("error", *result.failure);
     return file;
@@ -242,6 +248,18 @@ int main(int argc, char **argv)
     parser.addOption({QStringLiteral("realtime"),
                       QStringLiteral("Feed each file at the pace of a microphone and report the "
                                      "wait from its end to the text.")});
+    parser.addOption(
+        {QStringLiteral("tidy"), QStringLiteral("Tidy each text up: the rules, then the model of a "
+                                                "language-model server.")});
+    parser.addOption({QStringLiteral("tidy-url"),
+                      QStringLiteral("The language-model server (Ollama or OpenAI-compatible)."),
+                      QStringLiteral("url"), QStringLiteral("http://127.0.0.1:11434")});
+    parser.addOption({QStringLiteral("tidy-model"),
+                      QStringLiteral("The server's model; the first it lists by default."),
+                      QStringLiteral("name")});
+    parser.addOption({QStringLiteral("tidy-remote"),
+                      QStringLiteral("Allow a server on another computer: the text leaves this "
+                                     "one.")});
     parser.addPositionalArgument(QStringLiteral("files"), QStringLiteral("WAV files."),
                                  QStringLiteral("FILE..."));
     parser.process(app);
@@ -261,6 +279,17 @@ int main(int argc, char **argv)
                               parser.value(QStringLiteral("language"))};
     const bool json = parser.isSet(QStringLiteral("json"));
     const bool realtime = parser.isSet(QStringLiteral("realtime"));
+    std::shared_ptr<TidyServer> tidyServer;
+    if (parser.isSet(QStringLiteral("tidy"))) {
+        const QUrl url(parser.value(QStringLiteral("tidy-url")));
+        tidyServer = std::make_shared<TidyServer>(
+            url, parser.isSet(QStringLiteral("tidy-remote")) ? url.host() : QString());
+        if (!tidyServer->mayReceiveText())
+            return fail(QStringLiteral("%1 is not on this computer: add --tidy-remote to send "
+                                       "the text there")
+                            .arg(url.toDisplayString()),
+                        kUsage);
+    }
 
     // Check the engine and load the model once, up front: a bad folder is one clear error
     // rather than a failure per phrase, and the load time is reported on its own.
@@ -289,7 +318,12 @@ int main(int argc, char **argv)
     double totalAudio = 0;
     double totalInference = 0;
     for (const QString &path : files) {
-        const auto result = transcribeFile(path, choice, realtime, &error);
+        // Made before the transcription, as at a key press, so the model loads meanwhile.
+        std::unique_ptr<Polisher> polisher;
+        if (tidyServer)
+            polisher =
+                std::make_unique<Polisher>(tidyServer, parser.value(QStringLiteral("tidy-model")));
+        auto result = transcribeFile(path, choice, realtime, &error);
         if (!result) {
             status = kFailed;
             fail(error, kFailed);
@@ -299,6 +333,12 @@ int main(int argc, char **argv)
             status = kFailed;
             fail(QStringLiteral("%1: %2").arg(QFileInfo(path).fileName(), *result->failure),
                  kFailed);
+        }
+        if (polisher && !result->text.isEmpty()) {
+            QElapsedTimer tidying;
+            tidying.start();
+            result->text = QCoro::waitFor(polisher->polish(result->text));
+            result->tidySeconds = double(tidying.nsecsElapsed()) / 1e9;
         }
         totalAudio += result->audioSeconds;
         totalInference += result->inferenceSeconds();

@@ -31,6 +31,16 @@ QByteArray json(const QJsonObject &object)
     return QJsonDocument(object).toJson(QJsonDocument::Compact);
 }
 
+// The non-empty values of `field` in an array of objects: the names in a model list.
+QStringList namesIn(const QJsonValue &list, const QString &field)
+{
+    QStringList names;
+    for (const QJsonValue &entry : list.toArray())
+        if (const QString name = entry.toObject().value(field).toString(); !name.isEmpty())
+            names << name;
+    return names;
+}
+
 } // namespace
 
 TidyServer::TidyServer(QUrl address, QString confirmedHost)
@@ -108,12 +118,8 @@ TidyServer::listModels(std::chrono::milliseconds limit)
     if (const std::optional<QJsonObject> tags = co_await exchange(
             m_network.get(jsonRequest(endpoint(QStringLiteral("/api/tags")))), left());
         tags && tags->value(QStringLiteral("models")).isArray()) {
-        Listing listing{Api::ollama, {}};
-        for (const QJsonValue &model : tags->value(QStringLiteral("models")).toArray())
-            if (const QString name = model.toObject().value(QStringLiteral("name")).toString();
-                !name.isEmpty())
-                listing.models << name;
-        co_return listing;
+        co_return Listing{Api::ollama, namesIn(tags->value(QStringLiteral("models")),
+                                               QStringLiteral("name"))};
     }
     if (std::chrono::steady_clock::now() - started >= limit)
         co_return std::nullopt;
@@ -126,12 +132,8 @@ TidyServer::listModels(std::chrono::milliseconds limit)
         m_problem = QStringLiteral("lists its models in a form neither API defines");
         co_return std::nullopt;
     }
-    Listing listing{Api::openAi, {}};
-    for (const QJsonValue &model : models->value(QStringLiteral("data")).toArray())
-        if (const QString id = model.toObject().value(QStringLiteral("id")).toString();
-            !id.isEmpty())
-            listing.models << id;
-    co_return listing;
+    co_return Listing{Api::openAi,
+                      namesIn(models->value(QStringLiteral("data")), QStringLiteral("id"))};
 }
 
 void TidyServer::prewarm(const Listing &server, const QString &model)

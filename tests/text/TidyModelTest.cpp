@@ -5,6 +5,7 @@
 #include "FakeModelServer.h"
 #include "text/Polisher.h"
 #include "text/TidyServer.h"
+#include "support/EventLoop.h"
 
 #include <QCoro/QCoroTask>
 #include <QElapsedTimer>
@@ -81,10 +82,18 @@ TEST(TidyModel, OpenAiCompatibleServersAreFoundAndAsked)
     EXPECT_EQ(chat.value("messages").toArray()[1].toObject().value("content").toString(), kCleaned);
 }
 
-TEST(TidyModel, ShortTextsNeverReachTheModel)
+TEST(TidyModel, ShortTextsAndCancelledDictationsNeverReachTheModel)
 {
     FakeModelServer server(FakeModelServer::Api::ollama);
     EXPECT_EQ(tidy(server.url(), QStringLiteral("uh see you at noon")), "See you at noon");
+    EXPECT_FALSE(server.paths().contains("POST /api/chat"));
+
+    // A dictation cancelled while the server is still being asked: its polisher goes at once,
+    // and the answer finds nothing waiting.
+    const qsizetype asked = server.requests().size();
+    { Polisher cancelled(std::make_shared<TidyServer>(QUrl(server.url())), QString()); }
+    test::spin(300ms);
+    EXPECT_GT(server.requests().size(), asked);
     EXPECT_FALSE(server.paths().contains("POST /api/chat"));
 }
 

@@ -159,6 +159,9 @@ protected:
     {
         m_settings.store().setValue(SettingsKey::maxSeconds, 2);
         m_settings.store().setValue(SettingsKey::aiTidy, true);
+        // A server on another computer, never confirmed: the rules alone, and nothing is sent.
+        m_settings.store().setValue(SettingsKey::tidyModelUrl,
+                                    QStringLiteral("http://192.0.2.1:11434"));
         auto engine = std::make_unique<ThreadedAudioEngine>();
         m_engine = engine.get();
         m_dictation = std::make_unique<Dictation>(std::move(engine), m_clock);

@@ -682,6 +682,9 @@ TEST_F(DictationTest, TidyUpRunsOnlyForTextThatIsPastedAtTheEnd)
 {
     TimingLines timing;
     m_settings.store().setValue(SettingsKey::aiTidy, true);
+    // A server on another computer, never confirmed: the rules alone, and nothing is sent.
+    m_settings.store().setValue(SettingsKey::tidyModelUrl,
+                                QStringLiteral("http://192.0.2.1:11434"));
     const QString raw = QStringLiteral("um so we should go go now");
     const auto dictate = [&](bool live, const QString &text) {
         m_statusDetails.clear();
